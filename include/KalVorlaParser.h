@@ -1,0 +1,145 @@
+// KalVorlaParser: reads one Vorla document (a zip archive or a plain XML file) and answers
+// questions about its product structure and presentation data.
+//
+// A caller creates a parser with new, calls InitParsing once, queries it, and deletes it.
+// Element pointers handed out are borrowed from the parser's document and stay valid until
+// the parser is deleted. Parsers are used from one thread: a parser switches the whole
+// process to the "C" locale while it lives, and one archive at a time is open for the whole
+// process (shared by all parsers, closed by the parser that opened it).
+#ifndef KAL_VORLA_PARSER_H
+#define KAL_VORLA_PARSER_H
+
+#include "KalBaseUnknown.h"
+#include "KalHResult.h"
+#include "KalLightXmlElementItf.h"
+#include "KalListPtrKalLightXmlElementItf.h"
+#include "KalRawColl.h"
+#include "KalUnicodeString.h"
+#include "KalVorlaNodeAndId.h"
+#include "KalVorlaReferenceAndChild.h"
+#include "KalVorlaResultCodes.h"
+#include "KalVorlaUrnType.h"
+
+class KalHashTable;
+class KalSysZipFile;
+
+class KalVorlaParser : public KalBaseUnknown {
+ public:
+  // Identity.
+  static KalMetaClass* MetaObject();
+  KalMetaClass* GetMetaObject() const override;
+  static const char* ClassName();
+  const char* IsA() const override;
+  static KalClassId ClassId();
+  int IsAKindOf(const char* name) const override;
+  // Always null: parsers are created with new.
+  static KalBaseUnknown* CreateItself();
+
+  KalVorlaParser();
+  ~KalVorlaParser() override;
+  KalVorlaParser(const KalVorlaParser&) = delete;
+  KalVorlaParser& operator=(const KalVorlaParser&) = delete;
+
+  HRESULT GetFilePath(KalUnicodeString& path);
+
+  // Loading. S_OK or kVorlaVersionNewerAccepted on success.
+  HRESULT InitParsing(const KalUnicodeString& path);
+  HRESULT GetVorlaRootFilePath(const KalUnicodeString& path, KalUnicodeString& rootPath);
+  HRESULT CheckVorlaVersion();
+  HRESULT RetrieveContainerNodes();
+  HRESULT RetrieveRootReferenceNode();
+  HRESULT RetrieveApplicativeSetNodes();
+
+  // Element search and attribute access. "FromType" matches the xsi:type attribute,
+  // "FromName" the tag.
+  HRESULT GetVorlaChildNodeFromType(KalLightXmlElementItf* parent, const KalUnicodeString& type,
+                                    KalLightXmlElementItf** child);
+  HRESULT GetVorlaChildNodeFromName(KalLightXmlElementItf* parent, const KalUnicodeString& name,
+                                    KalLightXmlElementItf** child);
+  HRESULT GetVorlaNodeFromOtherIDAttribute(int id, const KalUnicodeString& elementType,
+                                           const KalUnicodeString& attributeName,
+                                           KalLightXmlElementItf** node);
+  HRESULT GetValueString(KalUnicodeString childType, KalLightXmlElementItf* parent,
+                         KalUnicodeString& value);
+  HRESULT GetAttributeString(KalUnicodeString attributeName, KalLightXmlElementItf* element,
+                             KalUnicodeString& value);
+
+  // Lookups by local id, counts and container accessors.
+  HRESULT GetInstance3DFromLocalID(int id, KalLightXmlElementItf** node);
+  HRESULT GetReference3DFromLocalID(int id, KalLightXmlElementItf** node);
+  HRESULT GetInstanceRepFromLocalID(int id, KalLightXmlElementItf** node);
+  HRESULT GetReferenceRepFromLocalID(int id, KalLightXmlElementItf** node);
+  HRESULT GetNumberOfInstances(int& count);
+  HRESULT GetNumberOfReferences(int& count);
+  HRESULT GetNumberOfRepresentations(int& count);
+  HRESULT GetProductStructureRootReference(KalLightXmlElementItf** node);
+  HRESULT GetDefaultViewNode(KalLightXmlElementItf** node);
+
+  // Applicative sets.
+  HRESULT GetPresentationSetNode(KalLightXmlElementItf** node);
+  HRESULT GetMeasureSetNode(KalLightXmlElementItf** node);
+  HRESULT GetSectionSetNode(KalLightXmlElementItf** node);
+  HRESULT GetAnimationSetNode(KalLightXmlElementItf** node);
+  HRESULT GetVorlaRootNode(KalLightXmlElementItf** node);
+  HRESULT GetSpecificExtensionSetNode(KalLightXmlElementItf** node);
+  HRESULT GetGraphicMaterialSetNode(KalLightXmlElementItf** node);
+  HRESULT GetSpecificExtensionNode(unsigned int id, KalLightXmlElementItf** node);
+
+  // Value lists and matrices. Values are separated by single blanks (" ").
+  HRESULT CountOccurences(KalUnicodeString tag, int& count);
+  HRESULT GetNextValueInList(KalUnicodeString& list, int start, int& value, int& next);
+  HRESULT GetNextValueInList(KalUnicodeString& list, int start, float& value, int& next);
+  HRESULT GetNextValueInList(KalUnicodeString& list, int start, double& value, int& next);
+  HRESULT ConvertVector(KalLightXmlElementItf* element, float* values);
+  HRESULT ConvertMatrix(KalLightXmlElementItf* element, float* values);
+  HRESULT ConvertMatrix(KalLightXmlElementItf* element, double* values);
+
+  // URNs ("urn:VORLA:<kind>:loc:<id>" or "urn:VORLA:<kind>:<locality>:<file>.vorla#<id>").
+  HRESULT ExtractVorlaUrnDatas(const KalUnicodeString& urn, KalVorlaUrnType& type,
+                               unsigned char& isLocal, int& id, KalUnicodeString& fileName);
+  HRESULT ExtractVorlaUrnDatas(const KalUnicodeString& urn, KalVorlaUrnType& type,
+                               unsigned char& isLocal, KalUnicodeString& id,
+                               KalUnicodeString& fileName);
+
+ private:
+  friend struct KalVorlaParserInspector;  // white-box access for the library's own tests
+
+  static KalMetaClass* meta_object;
+
+  // The one archive open for the whole process, and its table of contents.
+  static KalSysZipFile* _pZipFile;
+  static KalUnicodeString* _pZippedFiles;
+  static unsigned int* _pFileSize;
+  static unsigned int _NbZippedFiles;
+
+  KalLightXmlElementItf* _pRootNode;
+  KalLightXmlElementItf* _pProductStructureNode;
+  KalLightXmlElementItf* _pSpareNode;
+  KalLightXmlElementItf* _pRootReferenceNode;
+  KalLightXmlElementItf* _pGeometricRepresentationSetNode;
+  KalLightXmlElementItf* _pGraphicMaterialSetNode;
+  KalLightXmlElementItf* _pAlternateViewSetNode;
+  KalLightXmlElementItf* _pDefaultViewNode;
+  KalLightXmlElementItf* _pAnimationSetNode;
+  KalLightXmlElementItf* _pPresentationSetNode;
+  KalLightXmlElementItf* _pMeasureSetNode;
+  KalLightXmlElementItf* _pSectionSetNode;
+  KalLightXmlElementItf* _pSpecificExtensionSetNode;
+  char* _pSavedLocale;
+  KalHashTable* _pAlternateViewTable;
+  KalHashTable* _pInstanceTable;
+  KalHashTable* _pReferenceTable;
+  KalHashTable* _pInstanceRepTable;
+  KalHashTable* _pReferenceRepTable;
+  KalHashTable* _pSpecificExtensionTable;
+  KalListPtrKalLightXmlElementItf _GraphicPropertiesList;
+  KalListPtrKalLightXmlElementItf _RepFormatList;
+  KalListPtrKalLightXmlElementItf _GraphicMaterialList;
+  KalRawCollint _GraphicMaterialIds;
+  KalUnicodeString _TempDirectory;
+  KalUnicodeString _DocumentDirectory;
+  KalUnicodeString _FilePath;
+  unsigned char _OwnsArchive;
+};
+
+#endif

@@ -1,0 +1,41 @@
+// The one shape of every walk over an element's direct children.
+#ifndef KAL_VORLA_CHILD_WALK_H
+#define KAL_VORLA_CHILD_WALK_H
+
+#include "KalLightXmlElementItf.h"
+
+namespace kalvorla {
+
+// What a null child met during a walk means to the caller.
+enum class NullChild { kFail, kSkip };
+
+enum class WalkEnd {
+  kNoChildren,  // the element has no child elements
+  kExhausted,   // every child was visited
+  kStopped,     // the visitor asked to stop
+  kNullChild,   // a null child was met and the policy was kFail
+};
+
+// Visits the direct children of `parent` (not null) in document order. `visit(child)` returns
+// true to stop the walk.
+template <class Visit>
+WalkEnd WalkChildren(const KalLightXmlElementItf* parent, NullChild policy, Visit&& visit) {
+  KalPosition cursor = parent->GetHeadPosition();
+  if (cursor == nullptr) return WalkEnd::kNoChildren;
+  do {
+    KalLightXmlElementItf* child = parent->GetNextChild(cursor);
+    if (child == nullptr) {
+      if (policy == NullChild::kFail) return WalkEnd::kNullChild;
+      continue;
+    }
+    if (visit(child)) return WalkEnd::kStopped;
+  } while (cursor != nullptr);
+  return WalkEnd::kExhausted;
+}
+
+// The text after the first ":" of a tag (the whole tag when it has none).
+KalUnicodeString LocalName(const KalUnicodeString& tag);
+
+}  // namespace kalvorla
+
+#endif

@@ -1,0 +1,91 @@
+// Blank-separated numbers in element text, vectors and 12-value matrices.
+#include "loading/ChildWalk.h"
+#include "KalVorlaParser.h"
+
+namespace {
+
+constexpr int kVectorSize = 3;
+constexpr int kMatrixSize = 12;
+
+// The piece of `list` holding the next value at or after `start`; `next` gets the index of
+// the blank that ends it, -1 at the end of the list. False when that blank does not lie past
+// the value's start.
+bool NextPiece(const KalUnicodeString& list, int start, KalUnicodeString& piece, int& next) {
+  // The exit test compares with the advanced start: a list without any blank read from 0
+  // never leaves this loop, a behaviour callers rely on being kept as it is.
+  int pos;
+  do {
+    pos = list.SearchSubString(" ", start, 1);
+    if (pos == start) ++start;
+  } while (pos + 1 == start);
+  next = list.SearchSubString(" ", start, 1);
+  if (next == -1) {
+    piece = list.SubString(start, list.GetLengthInChar() - start);
+    return true;
+  }
+  if (next <= start) return false;
+  piece = list.SubString(start, next - start);
+  return true;
+}
+
+template <class T>
+HRESULT ReadValues(KalVorlaParser& parser, KalLightXmlElementItf* element, T* values, int count) {
+  if (element == nullptr || values == nullptr) return E_INVALIDARG;
+  KalUnicodeString text = element->GetValue();
+  if (text.GetLengthInChar() < 1) return E_FAIL;
+  int next = 0;
+  for (int i = 0; i < count; ++i) {
+    const int start = i == 0 ? 0 : next + 1;
+    if (FAILED(parser.GetNextValueInList(text, start, values[i], next))) return E_FAIL;
+  }
+  return S_OK;
+}
+
+}  // namespace
+
+HRESULT KalVorlaParser::CountOccurences(KalUnicodeString tag, int& count) {
+  if (_pProductStructureNode == nullptr) return E_FAIL;
+  count = 0;
+  kalvorla::WalkChildren(_pProductStructureNode, kalvorla::NullChild::kSkip,
+                         [&](KalLightXmlElementItf* c) {
+                           if (c->GetType() == tag) ++count;
+                           return false;
+                         });
+  return S_OK;
+}
+
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, int& value, int& next) {
+  KalUnicodeString piece;
+  if (!NextPiece(list, start, piece, next)) return E_FAIL;
+  piece.ConvertToNum(&value, "%d");
+  return S_OK;
+}
+
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, float& value, int& next) {
+  KalUnicodeString piece;
+  if (!NextPiece(list, start, piece, next)) return E_FAIL;
+  // A piece that does not convert stores an unspecified value; zero is ours.
+  double d = 0.0;
+  piece.ConvertToNum(&d, "%le");
+  value = static_cast<float>(d);
+  return S_OK;
+}
+
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, double& value, int& next) {
+  KalUnicodeString piece;
+  if (!NextPiece(list, start, piece, next)) return E_FAIL;
+  piece.ConvertToNum(&value, "%le");
+  return S_OK;
+}
+
+HRESULT KalVorlaParser::ConvertVector(KalLightXmlElementItf* element, float* values) {
+  return ReadValues(*this, element, values, kVectorSize);
+}
+
+HRESULT KalVorlaParser::ConvertMatrix(KalLightXmlElementItf* element, float* values) {
+  return ReadValues(*this, element, values, kMatrixSize);
+}
+
+HRESULT KalVorlaParser::ConvertMatrix(KalLightXmlElementItf* element, double* values) {
+  return ReadValues(*this, element, values, kMatrixSize);
+}
