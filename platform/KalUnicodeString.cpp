@@ -19,7 +19,7 @@ int LengthOf(const char* text) {
 // sscanf's "%d", "%u" and "%le" skip leading white space and then need at least one digit;
 // strtoll/strtoull/strtod agree with them on what they accept, and run much faster, which
 // matters when a load converts the ids of hundreds of thousands of elements.
-bool IsIntegerFormat(const char* f) { return f != nullptr && (std::strcmp(f, "%d") == 0 || std::strcmp(f, "%i") == 0); }
+bool IsIntegerFormat(const char* f) { return f != nullptr && std::strcmp(f, "%d") == 0; }
 bool IsUnsignedFormat(const char* f) { return f != nullptr && std::strcmp(f, "%u") == 0; }
 bool IsDoubleFormat(const char* f) {
   return f != nullptr && (std::strcmp(f, "%le") == 0 || std::strcmp(f, "%lf") == 0 ||

@@ -72,7 +72,7 @@ HRESULT KalVorlaParser::RetrieveContainerNodes() {
       WalkEnd materials = WalkChildren(child, NullChild::kFail, [&](KalLightXmlElementItf* m) {
         if (m->GetType() != "GraphicMaterial") return false;
         int id = -1;
-        KalUnicodeString(m->GetAttribute(ID_S)).ConvertToNum(&id, "%d");
+        m->GetAttribute(ID_S).ConvertToNum(&id, "%d");
         if (id > 0) {
           _GraphicMaterialIds.Append(id);
           _GraphicMaterialList.Append(m);
@@ -92,7 +92,7 @@ HRESULT KalVorlaParser::RetrieveContainerNodes() {
       WalkChildren(child, NullChild::kSkip, [&](KalLightXmlElementItf* extension) {
         if (extension->GetType() != "SpecificExtension") return false;
         int id = -1;
-        KalUnicodeString(extension->GetAttribute(ID_S)).ConvertToNum(&id, "%d");
+        extension->GetAttribute(ID_S).ConvertToNum(&id, "%d");
         auto* record = new (std::nothrow) KalVorlaNodeAndId();
         if (record == nullptr) {
           outOfMemory = true;

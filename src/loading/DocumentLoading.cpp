@@ -34,7 +34,7 @@ HRESULT KalVorlaParser::InitParsing(const KalUnicodeString& path) {
 
   KalUnicodeString localCopy;
   const char* temp = KalGetEnv(kTempVariable);
-  _TempDirectory = temp != nullptr && temp[0] != '\0' ? KalUnicodeString(temp) : KalGetTempDirectory();
+  _TempDirectory = temp != nullptr ? KalUnicodeString(temp) : KalGetTempDirectory();
 
   if (path.SearchSubString(kHttpMarker, 0, 1) != -1) {
     localCopy = _TempDirectory + "/" + kLocalCopyName;

@@ -18,8 +18,7 @@ HRESULT KalVorlaParser::GetVorlaChildNodeFromType(KalLightXmlElementItf* parent,
   if (parent == nullptr || child == nullptr) return E_FAIL;
   *child = nullptr;
   WalkEnd end = WalkChildren(parent, NullChild::kFail, [&](KalLightXmlElementItf* c) {
-    KalUnicodeString childType = c->GetAttribute(XSI_TYPE_S);
-    if (childType != type) return false;
+    if (c->GetAttribute(XSI_TYPE_S) != type) return false;
     *child = c;
     return true;
   });
@@ -54,7 +53,7 @@ HRESULT KalVorlaParser::GetVorlaNodeFromOtherIDAttribute(int id, const KalUnicod
   *node = nullptr;
   WalkEnd end = WalkChildren(_pProductStructureNode, NullChild::kFail, [&](KalLightXmlElementItf* c) {
     if (c->GetType() != elementType) return false;
-    KalUnicodeString text = c->GetAttribute(attributeName);
+    const KalUnicodeString& text = c->GetAttribute(attributeName);
     // Text that is no number must match no id, so start from a value no id can equal
     // unless the conversion writes it.
     int value = 0;

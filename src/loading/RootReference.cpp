@@ -2,10 +2,10 @@
 // instances each reference aggregates, and the format and graphic-properties lists.
 #include <new>
 
+#include "ChildWalk.h"
 #include "KalFormatConstants.h"
 #include "KalHashTable.h"
 #include "KalVorlaParser.h"
-#include "ChildWalk.h"
 
 using kalvorla::NullChild;
 using kalvorla::WalkChildren;
@@ -43,7 +43,7 @@ HRESULT KalVorlaParser::RetrieveRootReferenceNode() {
     return E_FAIL;
   }
   int rootId = 0;
-  KalUnicodeString(_pProductStructureNode->GetAttribute(ROOT_S)).ConvertToNum(&rootId, "%d");
+  _pProductStructureNode->GetAttribute(ROOT_S).ConvertToNum(&rootId, "%d");
 
   bool outOfMemory = false;
   // An instance joins the children of the reference that aggregates it, creating a

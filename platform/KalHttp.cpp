@@ -1,0 +1,81 @@
+#include "KalHttp.h"
+
+#include <curl/curl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "KalHResult.h"
+
+namespace {
+
+constexpr long kConnectTimeoutSeconds = 10;
+// A transfer slower than this for this long is taken as a stalled server.
+constexpr long kLowSpeedBytesPerSecond = 1;
+constexpr long kLowSpeedSeconds = 20;
+constexpr long kMaxRedirects = 5;
+constexpr char kAllowedProtocols[] = "http,https";
+
+// curl_global_init is not thread-safe; a function-local static runs it exactly once.
+bool InitCurlOnce() {
+  static const bool ok = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return ok;
+}
+
+size_t WriteToFile(char* data, size_t size, size_t count, void* file) {
+  return std::fwrite(data, 1, size * count, static_cast<FILE*>(file));
+}
+
+struct CurlDeleter {
+  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+};
+
+bool Fetch(const char* url, FILE* out) {
+  if (!InitCurlOnce()) return false;
+  std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
+  if (!curl) return false;
+  CURL* c = curl.get();
+  const bool configured =
+      curl_easy_setopt(c, CURLOPT_URL, url) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_REDIR_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_MAXREDIRS, kMaxRedirects) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_FAILONERROR, 1L) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytesPerSecond) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, WriteToFile) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_WRITEDATA, out) == CURLE_OK;
+  // A body shorter than its Content-Length ends in CURLE_PARTIAL_FILE, so only a complete
+  // response gives CURLE_OK.
+  return configured && curl_easy_perform(c) == CURLE_OK;
+}
+
+}  // namespace
+
+int KalHttpDownload(const char* url, const char* localPath) {
+  if (url == nullptr || *url == '\0' || localPath == nullptr || *localPath == '\0') {
+    return E_INVALIDARG;
+  }
+  // The body goes to a sibling first, so `localPath` only ever appears complete.
+  std::string temp = std::string(localPath) + ".kaldownXXXXXX";
+  const int fd = mkstemp(&temp[0]);
+  if (fd < 0) return E_FAIL;
+  FILE* out = fdopen(fd, "wb");
+  if (out == nullptr) {
+    close(fd);
+    unlink(temp.c_str());
+    return E_FAIL;
+  }
+  bool ok = Fetch(url, out);
+  ok = std::fclose(out) == 0 && ok;
+  if (!ok || std::rename(temp.c_str(), localPath) != 0) {
+    unlink(temp.c_str());
+    return E_FAIL;
+  }
+  return S_OK;
+}

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Generates the 20,000- and 200,000-instance documents (once) and prints the load
+# benchmark's table for both. Documents go to $VORLA_BENCH_DIR (default /tmp/vorla-bench).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+bash scripts/build.sh build -DKAL_BUILD_BENCH=ON >/dev/null
+out=${VORLA_BENCH_DIR:-/tmp/vorla-bench}
+mkdir -p "$out"
+for n in 20000 200000; do
+  [ -f "$out/assembly-$n.vorla" ] || python3 bench/gen_vorla.py --instances "$n" --seed 1 "$out/assembly-$n.vorla" >/dev/null
+done
+./build/bench/vorla_load_bench --runs "${RUNS:-5}" "$out/assembly-20000.vorla" "$out/assembly-200000.vorla"
