@@ -140,6 +140,9 @@ class KalVorlaParser : public KalBaseUnknown {
   KalUnicodeString _DocumentDirectory;
   KalUnicodeString _FilePath;
   unsigned char _OwnsArchive;
+  // Trees of earlier InitParsing calls on this object: the indexes still point into them, so
+  // they live as long as the parser.
+  KalRawCollPV _EarlierRootNodes;
 };
 
 #endif

@@ -2,7 +2,6 @@
 // exact code of every path.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "KalVorlaParser.h"
@@ -11,7 +10,6 @@
 
 namespace {
 
-using Inspector = KalVorlaParserInspector;
 using kaltest::ChildByTag;
 using kaltest::FakeElement;
 using kaltest::NameOf;
@@ -20,22 +18,12 @@ using kaltest::Str;
 // Probe holds the children the tag and type searches look at; ProductStructure holds the
 // candidates of the id-attribute search, with a decoy of another tag first.
 const char kBody[] =
-    "<ProductStructure root=\"1\">"
-    "<Other owner=\"7\" name=\"decoy\"/>"
-    "<Reference3D xsi:type=\"Reference3DType\" id=\"1\" name=\"r1\"/>"
-    "<Instance3D xsi:type=\"Instance3DType\" id=\"2\" owner=\"007\" name=\"i2\">"
-    "<IsAggregatedBy ref=\"1\" name=\"grandchild\">1</IsAggregatedBy></Instance3D>"
-    "<Instance3D xsi:type=\"Instance3DType\" id=\"3\" owner=\"7\" name=\"i3\">"
-    "<IsAggregatedBy>1</IsAggregatedBy></Instance3D>"
-    "<Instance3D xsi:type=\"Instance3DType\" id=\"4\" owner=\"abc\" name=\"i4\">"
-    "<IsAggregatedBy>1</IsAggregatedBy></Instance3D>"
-    "<Instance3D xsi:type=\"Instance3DType\" id=\"5\" name=\"i5\">"
-    "<IsAggregatedBy>1</IsAggregatedBy></Instance3D>"
-    "</ProductStructure>"
-    "<Probe name=\"probe\" xsi:type=\"ProbeType\">"
-    "<Empty name=\"empty\"/>"
-    "<Item xsi:type=\"A\" name=\"a1\">first</Item>"
-    "<Item xsi:type=\"B\" name=\"b1\">second</Item>"
+    "<ProductStructure root=\"1\"><Other owner=\"7\" name=\"decoy\"/>"
+    "<Instance3D id=\"2\" owner=\"007\" name=\"i2\"><Sub owner=\"8\" name=\"grandchild\"/>"
+    "</Instance3D><Instance3D id=\"3\" owner=\"7\" name=\"i3\"/>"
+    "<Instance3D id=\"4\" owner=\"abc\" name=\"i4\"/><Instance3D id=\"5\" name=\"i5\"/>"
+    "</ProductStructure><Probe name=\"probe\" xsi:type=\"ProbeType\"><Empty name=\"empty\"/>"
+    "<Item xsi:type=\"A\" name=\"a1\">first</Item><Item xsi:type=\"B\" name=\"b1\">second</Item>"
     "<Other xsi:type=\"A\" name=\"a2\"></Other>"
     "<Wrapper name=\"wrapper\"><Deep xsi:type=\"Deep\" name=\"deep\">deep text</Deep></Wrapper>"
     "</Probe>";
@@ -43,223 +31,119 @@ const char kBody[] =
 class ElementSearch : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(Inspector::ArchiveOpen());
     const std::string path = _Dir.File("search.xml");
     kaltest::WriteFile(path, kaltest::VorlaXml(kBody));
     ASSERT_EQ(_Parser.InitParsing(path.c_str()), S_OK);
     KalLightXmlElementItf* root = nullptr;
     ASSERT_EQ(_Parser.GetVorlaRootNode(&root), S_OK);
-    _pProbe = ChildByTag(root, "Probe");
-    ASSERT_NE(_pProbe, nullptr);
-    _pEmpty = ChildByTag(_pProbe, "Empty");
-    ASSERT_NE(_pEmpty, nullptr);
+    ASSERT_NE(_pProbe = ChildByTag(root, "Probe"), nullptr);
+    ASSERT_NE(_pEmpty = ChildByTag(_pProbe, "Empty"), nullptr);
   }
 
   kaltest::TempDir _Dir;
   KalVorlaParser _Parser;
   KalLightXmlElementItf* _pProbe = nullptr;
   KalLightXmlElementItf* _pEmpty = nullptr;
-  // A non-null address to preset outputs with, so that clearing is visible.
-  FakeElement _Stale;
+  FakeElement _Stale;  // a non-null address to preset outputs with, so clearing is visible
 };
 
-// A parent whose walk meets a null child after a non-matching one.
-struct NullChildParent {
-  FakeElement miss{"Miss"};
-  FakeElement parent{"Parent"};
-  NullChildParent() {
-    miss.Set("xsi:type", "Miss");
-    parent.Add(&miss).Add(nullptr);
-  }
-};
+const auto kFromType = &KalVorlaParser::GetVorlaChildNodeFromType;
+const auto kFromName = &KalVorlaParser::GetVorlaChildNodeFromName;
 
-using ChildSearch = HRESULT (KalVorlaParser::*)(KalLightXmlElementItf*, const KalUnicodeString&,
-                                                KalLightXmlElementItf**);
-
-TEST_F(ElementSearch, FromTypeMatchesTheTypeAttributeOfDirectChildrenFirstWins) {
+// FromType matches the type attribute, FromName the tag, of direct children; the first match
+// wins. A childless parent is no match by type but a failure by name. A null parent, or a
+// null child met before a match, fails; a null parent leaves the output untouched.
+TEST_F(ElementSearch, ChildSearchesFindTheFirstDirectChildByTypeOrByTag) {
+  FakeElement miss("Miss", {}, {{"xsi:type", "Miss"}, {"name", "miss"}});
+  FakeElement broken("Parent", {&miss, nullptr});
+  KalLightXmlElementItf *p = _pProbe, *e = _pEmpty, *b = &broken;  // p holds a1, b1, a2
+  const auto T = kFromType, N = kFromName;
   const struct {
-    const char* type;
+    decltype(kFromType) search;
+    KalLightXmlElementItf* parent;
+    const char* wanted;
     HRESULT code;
-    const char* found;
-  } cases[] = {
-      {"A", S_OK, "a1"},  // the Item and the Other both carry A: first in order
-      {"B", S_OK, "b1"},
-      {"Deep", S_FALSE, "<null>"},  // a grandchild
-      {"ProbeType", S_FALSE, "<null>"},
-      {"a", S_FALSE, "<null>"},
-      {"Item", S_FALSE, "<null>"},  // a tag is not a type
-      {"", S_OK, "empty"},          // an absent attribute reads as the empty string
-  };
+    const char* found;  // "": untouched
+  } cases[] = {{T, p, "A", S_OK, "a1"},           {T, p, "Deep", S_FALSE, "<null>"},
+               {T, p, "Item", S_FALSE, "<null>"}, {T, p, "", S_OK, "empty"},
+               {T, e, "A", S_FALSE, "<null>"},    {T, nullptr, "A", E_FAIL, ""},
+               {T, b, "Miss", S_OK, "miss"},      {T, b, "B", E_FAIL, "<null>"},
+               {N, p, "Item", S_OK, "a1"},        {N, p, "Deep", S_FALSE, "<null>"},
+               {N, p, "A", S_FALSE, "<null>"},    {N, e, "Item", E_FAIL, "<null>"},
+               {N, nullptr, "Item", E_FAIL, ""},  {N, b, "Miss", S_OK, "miss"},
+               {N, b, "B", E_FAIL, "<null>"}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.type);
+    SCOPED_TRACE(std::string(c.search == kFromType ? "FromType " : "FromName ") + c.wanted);
     KalLightXmlElementItf* child = &_Stale;
-    EXPECT_EQ(_Parser.GetVorlaChildNodeFromType(_pProbe, c.type, &child), c.code);
+    EXPECT_EQ((_Parser.*c.search)(c.parent, c.wanted, &child), c.code);
     EXPECT_EQ(NameOf(child), c.found);
   }
+  EXPECT_EQ(_Parser.GetVorlaChildNodeFromType(_pProbe, "A", nullptr), E_FAIL);
+  EXPECT_EQ(_Parser.GetVorlaChildNodeFromName(_pProbe, "Item", nullptr), E_FAIL);
 }
 
-TEST_F(ElementSearch, FromNameMatchesTheTagOfDirectChildrenFirstWins) {
-  const struct {
-    const char* tag;
-    HRESULT code;
-    const char* found;
-  } cases[] = {
-      {"Item", S_OK, "a1"},        {"Other", S_OK, "a2"},       {"Wrapper", S_OK, "wrapper"},
-      {"Deep", S_FALSE, "<null>"}, {"item", S_FALSE, "<null>"}, {"A", S_FALSE, "<null>"},
-      {"", S_FALSE, "<null>"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.tag);
-    KalLightXmlElementItf* child = &_Stale;
-    EXPECT_EQ(_Parser.GetVorlaChildNodeFromName(_pProbe, c.tag, &child), c.code);
-    EXPECT_EQ(NameOf(child), c.found);
-  }
-}
-
-TEST_F(ElementSearch, ChildlessParentIsNoMatchByTypeButFailureByName) {
-  KalLightXmlElementItf* child = &_Stale;
-  EXPECT_EQ(_Parser.GetVorlaChildNodeFromType(_pEmpty, "A", &child), S_FALSE);
-  EXPECT_EQ(child, nullptr);
-  child = &_Stale;
-  EXPECT_EQ(_Parser.GetVorlaChildNodeFromName(_pEmpty, "Item", &child), E_FAIL);
-  EXPECT_EQ(child, nullptr);
-}
-
-TEST_F(ElementSearch, ChildSearchesFailOnNullArgumentsAndNullChildren) {
-  const ChildSearch searches[] = {&KalVorlaParser::GetVorlaChildNodeFromType,
-                                  &KalVorlaParser::GetVorlaChildNodeFromName};
-  for (ChildSearch search : searches) {
-    SCOPED_TRACE(search == searches[0] ? "FromType" : "FromName");
-    KalLightXmlElementItf* child = &_Stale;
-    EXPECT_EQ((_Parser.*search)(nullptr, "A", &child), E_FAIL);
-    EXPECT_EQ(child, &_Stale);
-    EXPECT_EQ((_Parser.*search)(_pProbe, "A", nullptr), E_FAIL);
-
-    NullChildParent withNull;
-    EXPECT_EQ((_Parser.*search)(&withNull.parent, "Wanted", &child), E_FAIL);
-    EXPECT_EQ(child, nullptr);
-    // A match met before the null child ends the walk first.
-    child = &_Stale;
-    EXPECT_EQ((_Parser.*search)(&withNull.parent, "Miss", &child), S_OK);
-    EXPECT_EQ(child, &withNull.miss);
-  }
-}
-
+// Numbers are compared, so "007" is 7; only children of the given tag are read. A miss is
+// S_OK with a null node, and a value that is no number matches no id, not even 0.
 TEST_F(ElementSearch, IdAttributeSearchComparesNumbersAmongChildrenOfTheGivenTag) {
   const struct {
     int id;
     const char* tag;
     const char* attribute;
     const char* found;
-  } cases[] = {
-      {7, "Instance3D", "owner", "i2"},  // "007" is 7 and comes before "7"; the decoy has
-                                         // another tag
-      {7, "Other", "owner", "decoy"},
-      {3, "Instance3D", "id", "i3"},
-      {1, "Reference3D", "id", "r1"},
-      {8, "Instance3D", "owner", "<null>"},
-      {1, "Instance3D", "owner", "<null>"},
-      {2, "Reference3D", "id", "<null>"},
-      {1, "IsAggregatedBy", "ref", "<null>"},  // a grandchild
-  };
+  } cases[] = {{7, "Instance3D", "owner", "i2"}, {7, "Other", "owner", "decoy"},
+               {3, "Instance3D", "id", "i3"},    {1, "Instance3D", "owner", "<null>"},
+               {8, "Sub", "owner", "<null>"},    {0, "Instance3D", "owner", "<null>"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.id) + " " + c.tag + " " + c.attribute);
     KalLightXmlElementItf* node = &_Stale;
     EXPECT_EQ(_Parser.GetVorlaNodeFromOtherIDAttribute(c.id, c.tag, c.attribute, &node), S_OK);
     EXPECT_EQ(NameOf(node), c.found);
   }
-}
-
-// "abc" and a missing attribute do not convert; neither must pass for id 0.
-TEST_F(ElementSearch, IdAttributeSearchLetsNonNumericValuesMatchNoId) {
-  KalLightXmlElementItf* node = &_Stale;
-  EXPECT_EQ(_Parser.GetVorlaNodeFromOtherIDAttribute(0, "Instance3D", "owner", &node), S_OK);
-  EXPECT_EQ(NameOf(node), "<null>");
-}
-
-TEST_F(ElementSearch, IdAttributeSearchRefusesANullOutput) {
   EXPECT_EQ(_Parser.GetVorlaNodeFromOtherIDAttribute(7, "Instance3D", "owner", nullptr),
             E_INVALIDARG);
-}
-
-TEST(ElementSearchWithoutDocument, IdAttributeSearchNeedsAProductStructure) {
+  // No product structure: refused. An empty one, or one with a null child: failure.
   KalVorlaParser parser;
-  FakeElement stale;
-  KalLightXmlElementItf* node = &stale;
-  EXPECT_EQ(parser.GetVorlaNodeFromOtherIDAttribute(7, "Instance3D", "owner", &node), E_INVALIDARG);
-  EXPECT_EQ(node, &stale);
-}
-
-TEST(ElementSearchWithoutDocument, IdAttributeSearchFailsOnAnEmptyOrBrokenProductStructure) {
-  KalVorlaParser parser;
-  FakeElement stale;
-  FakeElement childless("ProductStructure");
-  FakeElement match("Instance3D");
-  match.Set("owner", "7");
-  FakeElement broken("ProductStructure");
-  broken.Add(nullptr).Add(&match);
+  FakeElement childless("ProductStructure"), match("Other", {}, {{"owner", "7"}});
+  FakeElement broken("ProductStructure", {nullptr, &match});
+  KalLightXmlElementItf* node = &_Stale;
+  EXPECT_EQ(parser.GetVorlaNodeFromOtherIDAttribute(7, "Other", "owner", &node), E_INVALIDARG);
+  EXPECT_EQ(node, &_Stale);
   for (FakeElement* structure : {&childless, &broken}) {
-    Inspector::SetProductStructureNode(parser, structure);
-    KalLightXmlElementItf* node = &stale;
-    EXPECT_EQ(parser.GetVorlaNodeFromOtherIDAttribute(7, "Instance3D", "owner", &node), E_FAIL);
+    KalVorlaParserInspector::SetStructure(parser, structure);
+    EXPECT_EQ(parser.GetVorlaNodeFromOtherIDAttribute(7, "Other", "owner", &node), E_FAIL);
     EXPECT_EQ(node, nullptr);
+    node = &_Stale;
   }
-  Inspector::SetProductStructureNode(parser, nullptr);
+  KalVorlaParserInspector::SetStructure(parser, nullptr);
 }
 
-TEST_F(ElementSearch, ValueStringReadsTheTextOfTheFirstDirectChildWithTheTag) {
+// A missing child is no error: S_OK and an empty value, as for a child with empty text. A
+// null parent leaves the value untouched; a childless parent or a null child empty it. A
+// missing attribute reads as empty.
+TEST_F(ElementSearch, ValueStringAndAttributeStringReadTextAndAttributes) {
+  FakeElement broken("Parent", {nullptr});
+  KalLightXmlElementItf *p = _pProbe, *e = _pEmpty, *b = &broken, *n = nullptr;
   const struct {
+    KalLightXmlElementItf* parent;
     const char* tag;
+    HRESULT code;
     const char* value;
-  } cases[] = {
-      {"Item", "first"}, {"Other", ""},  // present with empty text
-      {"Deep", ""},                      // a grandchild
-      {"Missing", ""},   {"item", ""},
-  };
+  } cases[] = {{p, "Item", S_OK, "first"},        {p, "Other", S_OK, ""},  {p, "Deep", S_OK, ""},
+               {p, "Missing", S_OK, ""},          {e, "Item", E_FAIL, ""}, {b, "Item", E_FAIL, ""},
+               {n, "Item", E_INVALIDARG, "stale"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.tag);
     KalUnicodeString value("stale");
-    EXPECT_EQ(_Parser.GetValueString(c.tag, _pProbe, value), S_OK);
+    EXPECT_EQ(_Parser.GetValueString(c.tag, c.parent, value), c.code);
     EXPECT_EQ(Str(value), c.value);
   }
-}
-
-TEST_F(ElementSearch, ValueStringCodesForNullChildlessAndBrokenParents) {
-  KalUnicodeString value("stale");
-  EXPECT_EQ(_Parser.GetValueString("Item", nullptr, value), E_INVALIDARG);
-  EXPECT_EQ(Str(value), "stale");
-
-  EXPECT_EQ(_Parser.GetValueString("Item", _pEmpty, value), E_FAIL);
-  EXPECT_EQ(Str(value), "");
-
-  NullChildParent withNull;
-  value = "stale";
-  EXPECT_EQ(_Parser.GetValueString("Wanted", &withNull.parent, value), E_FAIL);
-  EXPECT_EQ(Str(value), "");
-}
-
-TEST_F(ElementSearch, AttributeStringReadsOneAttributeAndEmptyWhenAbsent) {
-  KalLightXmlElementItf* item = ChildByTag(_pProbe, "Item");
-  const struct {
-    KalLightXmlElementItf* element;
-    const char* attribute;
-    const char* value;
-  } cases[] = {
-      {_pProbe, "name", "probe"}, {item, "xsi:type", "A"}, {item, "type", ""},
-      {item, "missing", ""},      {item, "Name", ""},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.attribute);
-    KalUnicodeString value("stale");
-    EXPECT_EQ(_Parser.GetAttributeString(c.attribute, c.element, value), S_OK);
-    EXPECT_EQ(Str(value), c.value);
-  }
-}
-
-TEST_F(ElementSearch, AttributeStringRefusesANullElementWithoutTouchingTheValue) {
   KalUnicodeString value("stale");
   EXPECT_EQ(_Parser.GetAttributeString("name", nullptr, value), E_INVALIDARG);
   EXPECT_EQ(Str(value), "stale");
+  EXPECT_EQ(_Parser.GetAttributeString("name", p, value), S_OK);
+  EXPECT_EQ(Str(value), "probe");
+  EXPECT_EQ(_Parser.GetAttributeString("missing", p, value), S_OK);
+  EXPECT_EQ(Str(value), "");
 }
 
 }  // namespace

@@ -64,11 +64,16 @@ HRESULT KalVorlaParser::InitParsing(const KalUnicodeString& path) {
   _FilePath = path;
   KalLightXmlParser parser;
   KalLightXmlElementFactory factory;
+  // A second load on the same object keeps the first document: its elements stay indexed.
+  auto newRoot = [&]() {
+    if (_pRootNode != nullptr) _EarlierRootNodes.Append(_pRootNode);
+    _pRootNode = factory.CreateElement();
+    return _pRootNode != nullptr;
+  };
   if (_pZipFile == nullptr) {
     KalSplitPath(&documentPath, &_DocumentDirectory, nullptr);
     KalLightXmlInputFile input(documentPath);
-    _pRootNode = factory.CreateElement();
-    if (_pRootNode == nullptr) return E_FAIL;
+    if (!newRoot()) return E_FAIL;
     if (parser.Parse(input, *_pRootNode) == 0) return E_FAIL;
   } else {
     const long entry = kalvorla::FindEntry(_pZippedFiles, _NbZippedFiles, documentPath);
@@ -82,8 +87,7 @@ HRESULT KalVorlaParser::InitParsing(const KalUnicodeString& path) {
     std::unique_ptr<char[]> bytes(buffer);
     KalLightXmlInputStreamBuffer stream(reinterpret_cast<const unsigned char*>(buffer),
                                         static_cast<int>(read));
-    _pRootNode = factory.CreateElement();
-    if (_pRootNode == nullptr) return E_FAIL;
+    if (!newRoot()) return E_FAIL;
     if (parser.Parse(stream, *_pRootNode) == 0) return E_FAIL;
   }
 

@@ -110,6 +110,10 @@ KalVorlaParser::~KalVorlaParser() {
     delete _pRootNode;
     _pRootNode = nullptr;
   }
+  for (int i = 1; i <= _EarlierRootNodes.Size(); ++i) {
+    delete static_cast<KalLightXmlElementItf*>(_EarlierRootNodes[i]);
+  }
+  _EarlierRootNodes.RemoveAll(1);
   if (_pSavedLocale != nullptr) {
     setlocale(LC_ALL, _pSavedLocale);
     delete[] _pSavedLocale;
