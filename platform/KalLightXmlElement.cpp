@@ -10,13 +10,23 @@
 
 namespace {
 
-uint32_t HashName(const char* name, size_t length) {
-  uint32_t h = 2166136261u;  // FNV-1a: names are short, this is cheap and spreads well
-  for (size_t i = 0; i < length; ++i) {
-    h ^= static_cast<unsigned char>(name[i]);
-    h *= 16777619u;
+// Tags and attribute names are short: their first and last 8 bytes and their length tell
+// almost all apart, and for names up to 16 bytes they are the whole name, so most lookups
+// compare two words and never call memcmp.
+void NameWords(const char* name, size_t length, uint64_t& head, uint64_t& tail) {
+  head = 0;
+  tail = 0;
+  if (length >= 8) {
+    std::memcpy(&head, name, 8);
+    std::memcpy(&tail, name + length - 8, 8);
+  } else {
+    std::memcpy(&head, name, length);
   }
-  return h;
+}
+
+uint32_t HashName(uint64_t head, uint64_t tail, size_t length) {
+  uint64_t h = (head ^ (tail * 0x9E3779B97F4A7C15ull) ^ length) * 0xFF51AFD7ED558CCDull;
+  return static_cast<uint32_t>(h ^ (h >> 32));
 }
 
 }  // namespace
@@ -25,7 +35,9 @@ uint32_t HashName(const char* name, size_t length) {
 
 const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) {
   if ((_NbNames + 1) * 2 > _Slots.size() && !Grow()) return nullptr;
-  const uint32_t h = HashName(name, length);
+  uint64_t head, tail;
+  NameWords(name, length, head, tail);
+  const uint32_t h = HashName(head, tail, length);
   const size_t mask = _Slots.size() - 1;
   for (size_t i = h & mask;; i = (i + 1) & mask) {
     Slot& s = _Slots[i];
@@ -33,13 +45,16 @@ const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) 
       char* text = _Arena.CopyText(name, length);
       void* where = _Arena.Allocate(sizeof(KalUnicodeString));
       if (text == nullptr || where == nullptr) return nullptr;
+      s.head = head;
+      s.tail = tail;
       s.hash = h;
       s.length = static_cast<uint32_t>(length);
       s.name = new (where) KalUnicodeString(KalUnicodeString::Borrow(text, static_cast<int>(length)));
       ++_NbNames;
       return s.name;
     }
-    if (s.hash == h && s.length == length && std::memcmp(s.name->ConvertToChar(), name, length) == 0) {
+    if (s.head == head && s.tail == tail && s.length == length &&
+        (length <= 16 || std::memcmp(s.name->ConvertToChar(), name, length) == 0)) {
       return s.name;
     }
   }
@@ -48,7 +63,7 @@ const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) 
 bool KalXmlDocument::Grow() {
   try {
     std::vector<Slot> old(std::move(_Slots));
-    _Slots.assign(old.empty() ? 64 : old.size() * 2, Slot{0, 0, nullptr});
+    _Slots.assign(old.empty() ? 64 : old.size() * 2, Slot{0, 0, 0, 0, nullptr});
     const size_t mask = _Slots.size() - 1;
     for (const Slot& s : old) {
       if (s.name == nullptr) continue;

@@ -33,6 +33,8 @@ class KalXmlDocument {
 
  private:
   struct Slot {
+    uint64_t head;  // the name's first 8 bytes
+    uint64_t tail;  // its last 8 bytes (zero for names of 8 bytes or fewer)
     uint32_t hash;
     uint32_t length;
     const KalUnicodeString* name;
