@@ -175,6 +175,27 @@ bool ConvertUtf16(const unsigned char* data, size_t size, std::string& out) {
   return true;
 }
 
+// A document that declares ISO-8859-1 (Latin-1) is converted to UTF-8 first; every other
+// declaration is read as UTF-8, its ASCII part being the same.
+bool ConvertLatin1(const unsigned char* data, size_t size, std::string& out) {
+  if (size < 6 || std::memcmp(data, "<?xml", 5) != 0) return false;
+  const unsigned char* end = static_cast<const unsigned char*>(std::memchr(data, '>', size));
+  if (end == nullptr) return false;
+  std::string declaration(reinterpret_cast<const char*>(data), end - data);
+  const size_t at = declaration.find("encoding");
+  if (at == std::string::npos) return false;
+  const size_t quote = declaration.find_first_of("\"'", at);
+  if (quote == std::string::npos) return false;
+  const size_t close = declaration.find(declaration[quote], quote + 1);
+  if (close == std::string::npos) return false;
+  std::string name = declaration.substr(quote + 1, close - quote - 1);
+  for (char& c : name) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
+  if (name != "ISO-8859-1" && name != "LATIN1" && name != "ISO_8859-1" && name != "L1") return false;
+  out.reserve(size + size / 8);
+  for (size_t i = 0; i < size; ++i) AppendUtf8(out, data[i]);
+  return true;
+}
+
 }  // namespace
 
 class KalXmlBuilder {
@@ -476,7 +497,7 @@ int KalLightXmlParser::Parse(KalLightXmlInputStream& input, KalLightXmlElementIt
     return 0;
   }
   std::string converted;
-  if (ConvertUtf16(data, size, converted)) {
+  if (ConvertUtf16(data, size, converted) || ConvertLatin1(data, size, converted)) {
     data = reinterpret_cast<const unsigned char*>(converted.data());
     size = converted.size();
   }

@@ -133,7 +133,7 @@ TEST(XmlTree, DoctypeWithInternalSubsetIsSkipped) {
   EXPECT_EQ(Text(root->GetType()), "r");
 }
 
-TEST(XmlTree, ByteOrderMarksAndUtf16Documents) {
+TEST(XmlTree, ByteOrderMarksUtf16AndLatin1Documents) {
   auto utf8 = ParseText("\xEF\xBB\xBF<r>\xC3\xA9</r>");
   ASSERT_NE(utf8, nullptr);
   EXPECT_EQ(Text(utf8->GetValue()), "\xC3\xA9");
@@ -149,6 +149,11 @@ TEST(XmlTree, ByteOrderMarksAndUtf16Documents) {
   ASSERT_NE(utf16, nullptr);
   EXPECT_EQ(Text(utf16->GetAttribute("n")), "\xC3\xA9");
   EXPECT_EQ(Text(utf16->GetValue()), "\xE2\x82\xAC\xF0\x9D\x84\x9E");
+
+  auto latin1 = ParseText("<?xml version=\"1.0\" encoding=\"iso-8859-1\"?><r n=\"\xE9\">\xFC</r>");
+  ASSERT_NE(latin1, nullptr);
+  EXPECT_EQ(Text(latin1->GetAttribute("n")), "\xC3\xA9");
+  EXPECT_EQ(Text(latin1->GetValue()), "\xC3\xBC");
 }
 
 TEST(XmlMalformed, ParseReturnsZeroAndTheRootCanStillBeDeleted) {
