@@ -56,15 +56,29 @@ long CurrentRssKb() {
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-struct Usage {
-  long faults;
-  long maxRssKb;
+// Time, page faults and added peak memory of one step, from Start() to Stop().
+class Meter {
+ public:
+  void Start() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    _Faults = u.ru_minflt + u.ru_majflt;
+    _RssKb = CurrentRssKb();
+    _Start = Now();
+  }
+  void Stop(Sample& s) const {
+    s.seconds = Now() - _Start;
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    s.faults = u.ru_minflt + u.ru_majflt - _Faults;
+    s.peakKb = u.ru_maxrss - _RssKb;
+  }
+
+ private:
+  long _Faults = 0;
+  long _RssKb = 0;
+  double _Start = 0;
 };
-Usage Take() {
-  rusage u{};
-  getrusage(RUSAGE_SELF, &u);
-  return {u.ru_minflt + u.ru_majflt, u.ru_maxrss};
-}
 
 [[noreturn]] void Die(const char* what) {
   std::fprintf(stderr, "vorla_load_bench: %s\n", what);
@@ -93,18 +107,14 @@ std::unique_ptr<char[]> Inflate(const char* path, size_t& size, Sample* sample) 
   zip_stat_t st;
   if (zip_stat(z, root.c_str(), 0, &st) != 0) Die("no root entry");
   size = st.size;
-  Usage before = Take();
-  long rss = CurrentRssKb();
-  double t = Now();
+  Meter meter;
+  meter.Start();
   std::unique_ptr<char[]> buffer(new char[size]);
   zip_file_t* f = zip_fopen(z, root.c_str(), 0);
   if (f == nullptr || zip_fread(f, buffer.get(), size) != static_cast<zip_int64_t>(size)) Die("cannot inflate the root entry");
   zip_fclose(f);
   if (sample != nullptr) {
-    sample->seconds = Now() - t;
-    Usage after = Take();
-    sample->faults = after.faults - before.faults;
-    sample->peakKb = after.maxRssKb - rss;
+    meter.Stop(*sample);
     sample->bytes = static_cast<long>(size);
   }
   zip_close(z);
@@ -119,27 +129,19 @@ Sample RunChild(const char* mode, const char* path) {
   } else if (std::strcmp(mode, "pugixml") == 0) {
     size_t size = 0;
     std::unique_ptr<char[]> bytes = Inflate(path, size, nullptr);
-    Usage before = Take();
-    long rss = CurrentRssKb();
-    double t = Now();
+    Meter meter;
+    meter.Start();
     pugi::xml_document d;
     if (!d.load_buffer(bytes.get(), size)) Die("pugixml refuses the root entry");
-    s.seconds = Now() - t;
-    Usage after = Take();
-    s.faults = after.faults - before.faults;
-    s.peakKb = after.maxRssKb - rss;
+    meter.Stop(s);
     s.bytes = static_cast<long>(size);
   } else if (std::strcmp(mode, "load") == 0) {
-    Usage before = Take();
-    long rss = CurrentRssKb();
-    double t = Now();
+    Meter meter;
+    meter.Start();
     KalVorlaParser* parser = new KalVorlaParser();
     HRESULT rc = parser->InitParsing(path);
-    s.seconds = Now() - t;
+    meter.Stop(s);
     if (FAILED(rc)) Die("InitParsing failed");
-    Usage after = Take();
-    s.faults = after.faults - before.faults;
-    s.peakKb = after.maxRssKb - rss;
     delete parser;
   } else if (std::strcmp(mode, "entry") == 0 || std::strcmp(mode, "parse") == 0) {
     // The library's own halves: its archive reader, then its XML reader on those bytes.
@@ -155,33 +157,23 @@ Sample RunChild(const char* mode, const char* path) {
     KalUnicodeString archive(path), entry(root.c_str());
     if (zip.OpenZip(&archive, KAL_ZIP_READ) != 0) Die("cannot open the archive");
     const unsigned size = static_cast<unsigned>(st.size);
-    Usage before = Take();
-    long rss = CurrentRssKb();
-    double t = Now();
+    Meter meter;
+    meter.Start();
     std::unique_ptr<char[]> buffer(new char[size]);
     unsigned read = 0;
     zip.OpenFileInZip(&entry, 1, 0);
     zip.ReadBufferInZip(buffer.get(), size, &read);
     zip.CloseFileInZip();
     if (read != size) Die("short read of the root entry");
+    if (!parseOnly) meter.Stop(s);
     if (parseOnly) {
-      before = Take();
-      rss = CurrentRssKb();
-      t = Now();
+      meter.Start();
       KalLightXmlElementFactory factory;
       std::unique_ptr<KalLightXmlElementItf> element(factory.CreateElement());
       KalLightXmlInputStreamBuffer stream(reinterpret_cast<unsigned char*>(buffer.get()), static_cast<int>(size));
       KalLightXmlParser parser;
       if (parser.Parse(stream, *element) != 1) Die("the root entry does not parse");
-      s.seconds = Now() - t;
-      Usage after = Take();
-      s.faults = after.faults - before.faults;
-      s.peakKb = after.maxRssKb - rss;
-    } else {
-      s.seconds = Now() - t;
-      Usage after = Take();
-      s.faults = after.faults - before.faults;
-      s.peakKb = after.maxRssKb - rss;
+      meter.Stop(s);
     }
     s.bytes = size;
   } else {

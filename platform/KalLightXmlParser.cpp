@@ -225,7 +225,8 @@ class KalXmlBuilder {
   bool EndTag(const char*& p, const char* end);
   bool AddText(Frame& f, const char* b, const char* e, bool cdata);
   bool CloseFrame(Frame& f);
-  const char* CopyDecoded(const char* b, const char* e, bool attribute, size_t* length);
+  const char* CopyDecoded(const char* b, const char* e, bool references, bool attribute,
+                          size_t* length);
 
   KalXmlDocument& _Doc;
   KalXmlArena& _Arena;
@@ -271,8 +272,8 @@ bool KalXmlBuilder::SkipMarkup(const char*& p, const char* end) {
   return false;
 }
 
-const char* KalXmlBuilder::CopyDecoded(const char* b, const char* e, bool attribute,
-                                       size_t* length) {
+const char* KalXmlBuilder::CopyDecoded(const char* b, const char* e, bool references,
+                                       bool attribute, size_t* length) {
   const size_t raw = e - b;
   if (raw == 0) {
     *length = 0;
@@ -282,7 +283,7 @@ const char* KalXmlBuilder::CopyDecoded(const char* b, const char* e, bool attrib
   if (out == nullptr) return nullptr;
   size_t n = raw;
   if (NeedsDecoding(b, e, attribute)) {
-    n = DecodeText(b, e, out, true, attribute);
+    n = DecodeText(b, e, out, references, attribute);
     _Arena.Shrink(out, n + 1);
   } else {
     std::memcpy(out, b, raw);
@@ -307,18 +308,8 @@ bool KalXmlBuilder::AddText(Frame& f, const char* b, const char* e, bool cdata) 
   KalLightXmlElement* el = f.element;
   if (el->_Value.IsEmpty() && f.growing == nullptr) {
     size_t n = 0;
-    const char* text;
-    if (cdata) {
-      char* out = _Arena.AllocateText((e - b) + 1);
-      if (out == nullptr) return false;
-      n = DecodeText(b, e, out, false, false);
-      out[n] = '\0';
-      _Arena.Shrink(out, n + 1);
-      text = out;
-    } else {
-      text = CopyDecoded(b, e, false, &n);
-      if (text == nullptr) return false;
-    }
+    const char* text = CopyDecoded(b, e, !cdata, false, &n);
+    if (text == nullptr) return false;
     el->_Value = KalUnicodeString::Borrow(text, static_cast<int>(n));
     return true;
   }
@@ -345,7 +336,7 @@ bool KalXmlBuilder::CloseFrame(Frame& f) {
   KalLightXmlElement* el = f.element;
   if (el->_pFirstChild == nullptr && el->_Value.IsEmpty() && f.wsBegin != nullptr) {
     size_t n = 0;
-    const char* text = CopyDecoded(f.wsBegin, f.wsEnd, false, &n);
+    const char* text = CopyDecoded(f.wsBegin, f.wsEnd, true, false, &n);
     if (text == nullptr) return false;
     el->_Value = KalUnicodeString::Borrow(text, static_cast<int>(n));
   }
@@ -390,7 +381,7 @@ bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
     if (close == nullptr) return false;
     const KalUnicodeString* attributeName = _Doc.Intern(an, anEnd - an);
     size_t length = 0;
-    const char* text = CopyDecoded(p, close, true, &length);
+    const char* text = CopyDecoded(p, close, true, true, &length);
     if (attributeName == nullptr || text == nullptr) return false;
     _Attributes.push_back({attributeName, text, length});
     p = close + 1;
