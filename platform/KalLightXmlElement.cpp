@@ -8,11 +8,14 @@
 #include "KalLightXml.h"
 #include "KalXmlDocument.h"
 
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+
 namespace {
 
-// Tags and attribute names are short: their first and last 8 bytes and their length tell
-// almost all apart, and for names up to 16 bytes they are the whole name, so most lookups
-// compare two words and never call memcmp.
+// Most names are at most 16 bytes: then their first and last 8 bytes are the whole name, so
+// telling two apart takes two compares and no memcmp.
 void NameWords(const char* name, size_t length, uint64_t& head, uint64_t& tail) {
   head = 0;
   tail = 0;
@@ -20,13 +23,8 @@ void NameWords(const char* name, size_t length, uint64_t& head, uint64_t& tail) 
     std::memcpy(&head, name, 8);
     std::memcpy(&tail, name + length - 8, 8);
   } else {
-    std::memcpy(&head, name, length);
+    for (size_t i = 0; i < length; ++i) head |= static_cast<uint64_t>(static_cast<uint8_t>(name[i])) << (8 * i);
   }
-}
-
-uint32_t HashName(uint64_t head, uint64_t tail, size_t length) {
-  uint64_t h = (head ^ (tail * 0x9E3779B97F4A7C15ull) ^ length) * 0xFF51AFD7ED558CCDull;
-  return static_cast<uint32_t>(h ^ (h >> 32));
 }
 
 }  // namespace
@@ -35,9 +33,11 @@ uint32_t HashName(uint64_t head, uint64_t tail, size_t length) {
 
 const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) {
   if ((_NbNames + 1) * 2 > _Slots.size() && !Grow()) return nullptr;
+  // A hash of the whole name, so that no family of names (long shared prefixes and
+  // suffixes, say) can pile up in one probe sequence.
+  const uint64_t h = XXH3_64bits_withSeed(name, length, _Seed);
   uint64_t head, tail;
   NameWords(name, length, head, tail);
-  const uint32_t h = HashName(head, tail, length);
   const size_t mask = _Slots.size() - 1;
   for (size_t i = h & mask;; i = (i + 1) & mask) {
     Slot& s = _Slots[i];
@@ -45,15 +45,15 @@ const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) 
       char* text = _Arena.CopyText(name, length);
       void* where = _Arena.Allocate(sizeof(KalUnicodeString));
       if (text == nullptr || where == nullptr) return nullptr;
+      s.hash = h;
       s.head = head;
       s.tail = tail;
-      s.hash = h;
-      s.length = static_cast<uint32_t>(length);
+      s.length = length;
       s.name = new (where) KalUnicodeString(KalUnicodeString::Borrow(text, static_cast<int>(length)));
       ++_NbNames;
       return s.name;
     }
-    if (s.head == head && s.tail == tail && s.length == length &&
+    if (s.hash == h && s.head == head && s.tail == tail && s.length == length &&
         (length <= 16 || std::memcmp(s.name->ConvertToChar(), name, length) == 0)) {
       return s.name;
     }

@@ -5,318 +5,135 @@
 // are never copied, which keeps a loaded document near the size of its text and the load
 // near the cost of one pass over it. The walk keeps its open elements on an explicit stack,
 // so nesting depth is bounded by memory, never by the call stack.
+//
+// Text is kept as XML defines it, with one exception: a run of white space between two tags
+// of an element that has child elements is indentation and is dropped. Comments and
+// processing instructions are invisible, so text on either side of them joins.
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "KalLightXml.h"
-#include "KalLightXmlElement.h"
-#include "KalXmlDocument.h"
+#include "KalXmlBuilder.h"
+#include "KalXmlChars.h"
+#include "KalXmlEncoding.h"
+
+using kalxml::FindFirstOf;
+using kalxml::IsSpace;
 
 namespace {
 
-enum CharClass : unsigned char {
-  kSpace = 1,     // XML white space
-  kNameStop = 2,  // ends a name
-};
+// The replacement texts that entities produce together may not exceed a fixed allowance
+// plus a multiple of the document, so a few nested declarations cannot make the reader
+// produce gigabytes.
+constexpr size_t kExpansionAllowance = 8u << 20;
+constexpr size_t kExpansionPerInputByte = 4;
 
-struct CharTable {
-  unsigned char c[256];
-  CharTable() {
-    std::memset(c, 0, sizeof(c));
-    for (unsigned char s : {' ', '\t', '\n', '\r'}) c[s] = kSpace | kNameStop;
-    for (unsigned char s : {'/', '>', '=', '<', '"', '\'', '&', '?', '!', '\0'}) c[s] |= kNameStop;
-  }
-};
-const CharTable kChars;
-
-inline bool IsSpace(char c) { return (kChars.c[static_cast<unsigned char>(c)] & kSpace) != 0; }
-inline bool IsNameStop(char c) { return (kChars.c[static_cast<unsigned char>(c)] & kNameStop) != 0; }
-
-size_t EncodeUtf8(unsigned long cp, char* out) {
-  if (cp < 0x80) {
-    out[0] = static_cast<char>(cp);
-    return 1;
-  }
-  if (cp < 0x800) {
-    out[0] = static_cast<char>(0xC0 | (cp >> 6));
-    out[1] = static_cast<char>(0x80 | (cp & 0x3F));
-    return 2;
-  }
-  if (cp < 0x10000) {
-    out[0] = static_cast<char>(0xE0 | (cp >> 12));
-    out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out[2] = static_cast<char>(0x80 | (cp & 0x3F));
-    return 3;
-  }
-  out[0] = static_cast<char>(0xF0 | (cp >> 18));
-  out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-  out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-  out[3] = static_cast<char>(0x80 | (cp & 0x3F));
-  return 4;
+char Predefined(const std::string& name) {
+  if (name == "lt") return '<';
+  if (name == "gt") return '>';
+  if (name == "amp") return '&';
+  if (name == "apos") return '\'';
+  if (name == "quot") return '"';
+  return 0;
 }
 
-// Decodes the reference starting at p ('&') into out. Returns the bytes consumed, or 0 when
-// this is no reference we know: the '&' is then kept as written, as lenient readers do.
-size_t DecodeReference(const char* p, const char* end, char* out, size_t* written) {
-  const char* semi = static_cast<const char*>(std::memchr(p, ';', end - p < 12 ? end - p : 12));
-  if (semi == nullptr) return 0;
-  const size_t n = semi - p - 1;
-  const char* name = p + 1;
-  char c = 0;
-  if (n == 2 && name[0] == 'l' && name[1] == 't') c = '<';
-  else if (n == 2 && name[0] == 'g' && name[1] == 't') c = '>';
-  else if (n == 3 && std::memcmp(name, "amp", 3) == 0) c = '&';
-  else if (n == 4 && std::memcmp(name, "apos", 4) == 0) c = '\'';
-  else if (n == 4 && std::memcmp(name, "quot", 4) == 0) c = '"';
-  if (c != 0) {
-    out[0] = c;
-    *written = 1;
-    return n + 2;
-  }
-  if (n < 2 || name[0] != '#') return 0;
-  unsigned long cp = 0;
-  const bool hex = name[1] == 'x';
-  const char* d = name + (hex ? 2 : 1);
-  if (d == semi) return 0;
-  for (; d < semi; ++d) {
-    int v;
-    if (*d >= '0' && *d <= '9') v = *d - '0';
-    else if (hex && *d >= 'a' && *d <= 'f') v = *d - 'a' + 10;
-    else if (hex && *d >= 'A' && *d <= 'F') v = *d - 'A' + 10;
-    else return 0;
-    cp = cp * (hex ? 16 : 10) + v;
-    if (cp > 0x10FFFF) return 0;
-  }
-  if (cp == 0 || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-  *written = EncodeUtf8(cp, out);
-  return n + 2;
-}
-
-// Copies raw text into out, resolving references and normalising line ends ("\r\n" and a
-// lone "\r" become "\n"); in attribute values every white-space character becomes a blank.
-// The output is never longer than the input. Returns the output length.
-size_t DecodeText(const char* b, const char* e, char* out, bool references, bool attribute) {
-  char* o = out;
-  while (b < e) {
-    const char c = *b;
-    if (c == '&' && references) {
-      size_t written = 0;
-      size_t used = DecodeReference(b, e, o, &written);
-      if (used != 0) {
-        o += written;
-        b += used;
-        continue;
-      }
-    } else if (c == '\r') {
-      *o++ = attribute ? ' ' : '\n';
-      b += (b + 1 < e && b[1] == '\n') ? 2 : 1;
-      continue;
-    } else if (attribute && (c == '\n' || c == '\t')) {
-      *o++ = ' ';
-      ++b;
+// Trims and collapses blanks in place; returns the new length.
+size_t CollapseBlanks(char* text, size_t length) {
+  size_t out = 0;
+  bool blank = true;
+  for (size_t i = 0; i < length; ++i) {
+    if (text[i] == ' ') {
+      blank = true;
       continue;
     }
-    *o++ = c;
-    ++b;
+    if (blank && out != 0) text[out++] = ' ';
+    blank = false;
+    text[out++] = text[i];
   }
-  return o - out;
-}
-
-bool NeedsDecoding(const char* b, const char* e, bool attribute) {
-  const size_t n = e - b;
-  if (std::memchr(b, '&', n) != nullptr || std::memchr(b, '\r', n) != nullptr) return true;
-  return attribute && (std::memchr(b, '\n', n) != nullptr || std::memchr(b, '\t', n) != nullptr);
-}
-
-void AppendUtf8(std::string& out, unsigned long cp) {
-  char buffer[4];
-  out.append(buffer, EncodeUtf8(cp, buffer));
-}
-
-// Documents are UTF-8; a UTF-16 one (by its byte-order mark or its first characters) is
-// converted first.
-bool ConvertUtf16(const unsigned char* data, size_t size, std::string& out) {
-  bool big;
-  size_t i = 0;
-  if (size >= 2 && data[0] == 0xFF && data[1] == 0xFE) {
-    big = false;
-    i = 2;
-  } else if (size >= 2 && data[0] == 0xFE && data[1] == 0xFF) {
-    big = true;
-    i = 2;
-  } else if (size >= 4 && data[0] == '<' && data[1] == 0 && data[2] != 0 && data[3] == 0) {
-    big = false;
-  } else if (size >= 4 && data[0] == 0 && data[1] == '<' && data[2] == 0 && data[3] != 0) {
-    big = true;
-  } else {
-    return false;
-  }
-  out.reserve(size);
-  auto unit = [&](size_t k) -> unsigned {
-    return big ? (data[k] << 8) | data[k + 1] : (data[k + 1] << 8) | data[k];
-  };
-  for (; i + 1 < size; i += 2) {
-    unsigned long cp = unit(i);
-    if (cp >= 0xD800 && cp <= 0xDBFF && i + 3 < size) {
-      unsigned low = unit(i + 2);
-      if (low >= 0xDC00 && low <= 0xDFFF) {
-        cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
-        i += 2;
-      } else {
-        cp = 0xFFFD;
-      }
-    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
-      cp = 0xFFFD;
-    }
-    AppendUtf8(out, cp);
-  }
-  return true;
-}
-
-// A document that declares ISO-8859-1 (Latin-1) is converted to UTF-8 first; every other
-// declaration is read as UTF-8, its ASCII part being the same.
-bool ConvertLatin1(const unsigned char* data, size_t size, std::string& out) {
-  if (size < 6 || std::memcmp(data, "<?xml", 5) != 0) return false;
-  const unsigned char* end = static_cast<const unsigned char*>(std::memchr(data, '>', size));
-  if (end == nullptr) return false;
-  std::string declaration(reinterpret_cast<const char*>(data), end - data);
-  const size_t at = declaration.find("encoding");
-  if (at == std::string::npos) return false;
-  const size_t quote = declaration.find_first_of("\"'", at);
-  if (quote == std::string::npos) return false;
-  const size_t close = declaration.find(declaration[quote], quote + 1);
-  if (close == std::string::npos) return false;
-  std::string name = declaration.substr(quote + 1, close - quote - 1);
-  for (char& c : name) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
-  if (name != "ISO-8859-1" && name != "LATIN1" && name != "ISO_8859-1" && name != "L1") return false;
-  out.reserve(size + size / 8);
-  for (size_t i = 0; i < size; ++i) AppendUtf8(out, data[i]);
-  return true;
+  text[out] = '\0';
+  return out;
 }
 
 }  // namespace
 
-class KalXmlBuilder {
- public:
-  KalXmlBuilder(KalXmlDocument& document, KalLightXmlRootElement& root)
-      : _Doc(document), _Arena(document.Arena()), _Root(root) {}
+KalXmlBuilder::KalXmlBuilder(KalXmlDocument& document, KalLightXmlRootElement& root,
+                             size_t inputSize)
+    : _Doc(document),
+      _Arena(document.Arena()),
+      _Root(root),
+      _ExpansionLeft(kExpansionAllowance + kExpansionPerInputByte * inputSize) {}
 
-  bool Parse(const char* begin, const char* end);
-
- private:
-  struct Frame {
-    KalLightXmlElement* element;
-    KalLightXmlElement* lastChild;
-    const char* wsBegin;  // first white-space-only run of text, kept only if it is all there is
-    const char* wsEnd;
-    char* growing;        // value buffer being appended to, when the value has several pieces
-    size_t capacity;
-  };
-  struct PendingAttribute {
-    const KalUnicodeString* name;
-    const char* text;
-    size_t length;
-  };
-
-  bool SkipMarkup(const char*& p, const char* end);
-  bool StartTag(const char*& p, const char* end, bool isRoot);
-  bool EndTag(const char*& p, const char* end);
-  bool AddText(Frame& f, const char* b, const char* e, bool cdata);
-  bool CloseFrame(Frame& f);
-  const char* CopyDecoded(const char* b, const char* e, bool references, bool attribute,
-                          size_t* length);
-
-  KalXmlDocument& _Doc;
-  KalXmlArena& _Arena;
-  KalLightXmlRootElement& _Root;
-  std::vector<Frame> _Stack;
-  std::vector<PendingAttribute> _Attributes;
-};
-
-// Skips a comment, processing instruction, document type declaration or XML declaration
-// starting at p ('<'). False when it is none of these or is not terminated.
-bool KalXmlBuilder::SkipMarkup(const char*& p, const char* end) {
-  const size_t left = end - p;
-  if (left >= 4 && std::memcmp(p, "<!--", 4) == 0) {
-    const void* q = memmem(p + 4, left - 4, "-->", 3);
-    if (q == nullptr) return false;
-    p = static_cast<const char*>(q) + 3;
-    return true;
-  }
-  if (left >= 2 && p[1] == '?') {
-    const void* q = memmem(p + 2, left - 2, "?>", 2);
-    if (q == nullptr) return false;
-    p = static_cast<const char*>(q) + 2;
-    return true;
-  }
-  if (left >= 9 && std::memcmp(p, "<!DOCTYPE", 9) == 0) {
-    int depth = 0;
-    for (const char* q = p + 9; q < end; ++q) {
-      if (*q == '"' || *q == '\'') {
-        const void* close = std::memchr(q + 1, *q, end - q - 1);
-        if (close == nullptr) return false;
-        q = static_cast<const char*>(close);
-      } else if (*q == '[') {
-        ++depth;
-      } else if (*q == ']') {
-        --depth;
-      } else if (*q == '>' && depth <= 0) {
-        p = q + 1;
-        return true;
-      }
-    }
-    return false;
-  }
-  return false;
+// An entity is expanded inside itself never, and only so deep and so much in all.
+bool KalXmlBuilder::EnterEntity(Entity& entity) {
+  if (entity.expanding || _EntityDepth >= kMaxEntityDepth) return false;
+  if (entity.text.size() > _ExpansionLeft) return false;
+  _ExpansionLeft -= entity.text.size();
+  entity.expanding = true;
+  ++_EntityDepth;
+  return true;
 }
 
-const char* KalXmlBuilder::CopyDecoded(const char* b, const char* e, bool references,
-                                       bool attribute, size_t* length) {
-  const size_t raw = e - b;
-  if (raw == 0) {
-    *length = 0;
-    return "";
-  }
-  char* out = _Arena.AllocateText(raw + 1);
-  if (out == nullptr) return nullptr;
-  size_t n = raw;
-  if (NeedsDecoding(b, e, attribute)) {
-    n = DecodeText(b, e, out, references, attribute);
-    _Arena.Shrink(out, n + 1);
-  } else {
-    std::memcpy(out, b, raw);
-  }
-  out[n] = '\0';
-  *length = n;
-  return out;
+void KalXmlBuilder::LeaveEntity(Entity& entity) {
+  entity.expanding = false;
+  --_EntityDepth;
 }
 
-bool KalXmlBuilder::AddText(Frame& f, const char* b, const char* e, bool cdata) {
-  if (!cdata) {
-    const char* q = b;
-    while (q < e && IsSpace(*q)) ++q;
-    if (q == e) {
-      if (f.wsBegin == nullptr) {
-        f.wsBegin = b;
-        f.wsEnd = e;
-      }
-      return true;
+KalXmlBuilder::Entity* KalXmlBuilder::FindEntity(const std::string& name) {
+  if (_Entities.empty()) return nullptr;
+  auto it = _Entities.find(name);
+  return it == _Entities.end() ? nullptr : &it->second;
+}
+
+// Reads the reference at p ('&'). A character reference must be complete and name an
+// allowed character; "&" followed by anything but a name and ';' is no reference and stays
+// as written, as lenient readers keep it.
+KalXmlBuilder::Reference KalXmlBuilder::ReadReference(const char*& p, const char* end,
+                                                      uint32_t& cp, std::string& name) {
+  const char* q = p + 1;
+  if (q < end && *q == '#') {
+    ++q;
+    const bool hex = q < end && *q == 'x';
+    if (hex) ++q;
+    const char* digits = q;
+    uint32_t value = 0;
+    for (; q < end && *q != ';'; ++q) {
+      int v;
+      const char c = *q;
+      if (c >= '0' && c <= '9') v = c - '0';
+      else if (hex && c >= 'a' && c <= 'f') v = c - 'a' + 10;
+      else if (hex && c >= 'A' && c <= 'F') v = c - 'A' + 10;
+      else return Reference::kMalformed;
+      value = value * (hex ? 16 : 10) + v;
+      if (value > 0x10FFFF) return Reference::kMalformed;
     }
+    if (q == digits || q >= end || !kalxml::IsChar(value)) return Reference::kMalformed;
+    cp = value;
+    p = q + 1;
+    return Reference::kCharacter;
   }
+  const char* nameEnd = kalxml::ScanName(q, end);
+  if (nameEnd == nullptr || nameEnd >= end || *nameEnd != ';') return Reference::kNone;
+  name.assign(q, nameEnd);
+  p = nameEnd + 1;
+  return Reference::kEntity;
+}
+
+bool KalXmlBuilder::Append(const char* data, size_t length) {
+  if (length == 0) return true;
+  Frame& f = _Stack.back();
   KalLightXmlElement* el = f.element;
   if (el->_Value.IsEmpty() && f.growing == nullptr) {
-    size_t n = 0;
-    const char* text = CopyDecoded(b, e, !cdata, false, &n);
+    char* text = _Arena.CopyText(data, length);
     if (text == nullptr) return false;
-    el->_Value = KalUnicodeString::Borrow(text, static_cast<int>(n));
+    el->_Value = KalUnicodeString::Borrow(text, static_cast<int>(length));
     return true;
   }
-  // Several pieces (text around child elements, or split by comments or CDATA): append in a
-  // buffer that doubles, so many pieces cost linear time.
+  // Several pieces (text around child elements, or split by comments, CDATA or references):
+  // append in a buffer that doubles, so many pieces cost linear time.
   const size_t old = el->_Value.GetLengthInChar();
-  const size_t need = old + (e - b) + 1;
+  const size_t need = old + length + 1;
   if (f.growing == nullptr || need > f.capacity) {
     size_t capacity = need < 2 * f.capacity ? 2 * f.capacity : need;
     if (capacity < 64) capacity = 64;
@@ -326,29 +143,291 @@ bool KalXmlBuilder::AddText(Frame& f, const char* b, const char* e, bool cdata) 
     f.growing = grown;
     f.capacity = capacity;
   }
-  const size_t n = DecodeText(b, e, f.growing + old, !cdata, false);
-  f.growing[old + n] = '\0';
-  el->_Value = KalUnicodeString::Borrow(f.growing, static_cast<int>(old + n));
+  std::memcpy(f.growing + old, data, length);
+  f.growing[old + length] = '\0';
+  el->_Value = KalUnicodeString::Borrow(f.growing, static_cast<int>(old + length));
   return true;
 }
 
-bool KalXmlBuilder::CloseFrame(Frame& f) {
-  KalLightXmlElement* el = f.element;
-  if (el->_pFirstChild == nullptr && el->_Value.IsEmpty() && f.wsBegin != nullptr) {
-    size_t n = 0;
-    const char* text = CopyDecoded(f.wsBegin, f.wsEnd, true, false, &n);
-    if (text == nullptr) return false;
-    el->_Value = KalUnicodeString::Borrow(text, static_cast<int>(n));
+// Document text: "\r\n" and a lone "\r" become "\n".
+bool KalXmlBuilder::AppendNormalised(const char* b, const char* e) {
+  const char* cr = FindFirstOf<'\r'>(b, e);
+  if (cr == e) return Append(b, e - b);
+  _Scratch.assign(b, cr);
+  for (const char* q = cr; q < e; ++q) {
+    if (*q != '\r') {
+      _Scratch.push_back(*q);
+      continue;
+    }
+    _Scratch.push_back('\n');
+    if (q + 1 < e && q[1] == '\n') ++q;
+  }
+  return Append(_Scratch.data(), _Scratch.size());
+}
+
+bool KalXmlBuilder::FlushWhiteSpace() {
+  for (const WhiteSpace& w : _WhiteSpace) {
+    if (!(w.normalise ? AppendNormalised(w.begin, w.end) : Append(w.begin, w.end - w.begin))) {
+      return false;
+    }
+  }
+  _WhiteSpace.clear();
+  return true;
+}
+
+// A tag ends the current run of text. White space alone is dropped, unless it is all that a
+// closing element without children held.
+bool KalXmlBuilder::EndRun(bool closing) {
+  const bool whole = closing && _Stack.back().element->_pFirstChild == nullptr;
+  if (whole && !FlushWhiteSpace()) return false;
+  _WhiteSpace.clear();
+  _RunHasContent = false;
+  return true;
+}
+
+// Finds the end of the character data at p (the next '<'), checking its characters on the
+// way; plain tells whether it can be kept as it is (no reference, carriage return or ']').
+bool KalXmlBuilder::CharacterData(const char* p, const char* end, const char*& stop,
+                                  bool& plain) {
+  plain = true;
+  for (;;) {
+    p = kalxml::ScanText(p, end);
+    if (p == end || *p == '<') break;
+    const char c = *p;
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      const size_t n = kalxml::CheckSequence(p, end);
+      if (n == 0) return false;
+      p += n;
+    } else if (kalxml::IsForbiddenControl(c)) {
+      return false;
+    } else {
+      plain = false;
+      ++p;
+    }
+  }
+  stop = p;
+  return true;
+}
+
+bool KalXmlBuilder::Text(const char* b, const char* e, bool plain) {
+  while (b < e) {
+    if (!_RunHasContent) {
+      const char* q = b;
+      while (q < e && IsSpace(*q)) ++q;
+      if (q == e) {
+        _WhiteSpace.push_back({b, e, _EntityDepth == 0});
+        return true;
+      }
+      if (!FlushWhiteSpace()) return false;
+      _RunHasContent = true;
+    }
+    if (plain) return Append(b, e - b);
+    const char* resume = nullptr;
+    if (!TextPiece(b, e, resume)) return false;
+    if (resume == nullptr) return true;
+    b = resume;
   }
   return true;
 }
 
-bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
-  const char* name = ++p;
-  while (p < end && !IsNameStop(*p)) ++p;
-  if (p == name || p >= end) return false;
-  const KalUnicodeString* type = _Doc.Intern(name, p - name);
+// Decodes character data into the current element's value. An internal entity is expanded
+// where it stands; its replacement may hold tags, so after it the rest of the text starts a
+// new run (resume).
+bool KalXmlBuilder::TextPiece(const char* b, const char* e, const char*& resume) {
+  const bool document = _EntityDepth == 0;
+  auto next = [&](const char* from) {
+    return document ? FindFirstOf<'&', '\r', ']'>(from, e) : FindFirstOf<'&', ']'>(from, e);
+  };
+  const char* s = next(b);
+  if (s == e) return Append(b, e - b);
+  _Scratch.assign(b, s);
+  std::string name;
+  for (const char* q = s; q < e;) {
+    s = next(q);
+    _Scratch.append(q, s);
+    q = s;
+    if (q == e) break;
+    if (*q == '\r') {
+      _Scratch.push_back('\n');
+      q += (q + 1 < e && q[1] == '\n') ? 2 : 1;
+      continue;
+    }
+    if (*q == ']') {
+      if (e - q >= 3 && q[1] == ']' && q[2] == '>') return false;
+      _Scratch.push_back(']');
+      ++q;
+      continue;
+    }
+    const char* at = q;
+    uint32_t cp = 0;
+    switch (ReadReference(q, e, cp, name)) {
+      case Reference::kMalformed:
+        return false;
+      case Reference::kNone:
+        _Scratch.push_back('&');
+        ++q;
+        break;
+      case Reference::kCharacter:
+        kalxml::AppendUtf8(_Scratch, cp);
+        break;
+      case Reference::kEntity: {
+        if (const char c = Predefined(name)) {
+          _Scratch.push_back(c);
+          break;
+        }
+        Entity* entity = FindEntity(name);
+        if (entity == nullptr || entity->kind == Entity::kExternal) {
+          _Scratch.append(at, q);  // unknown or not read: kept as written
+          break;
+        }
+        if (entity->kind == Entity::kUnparsed) return false;
+        if (!Append(_Scratch.data(), _Scratch.size())) return false;
+        _Scratch.clear();
+        if (!ExpandInContent(*entity)) return false;
+        resume = q;
+        return true;
+      }
+    }
+  }
+  return Append(_Scratch.data(), _Scratch.size());
+}
+
+bool KalXmlBuilder::ExpandInContent(Entity& entity) {
+  if (!EnterEntity(entity)) return false;
+  const char* text = entity.text.data();
+  const bool ok = Content(text, text + entity.text.size(), true) != nullptr;
+  LeaveEntity(entity);
+  return ok;
+}
+
+bool KalXmlBuilder::Cdata(const char* b, const char* e) {
+  if (!FlushWhiteSpace()) return false;
+  _RunHasContent = true;
+  return _EntityDepth == 0 ? AppendNormalised(b, e) : Append(b, e - b);
+}
+
+// Decodes an attribute value: references resolved, every white-space character a blank
+// (document text first folds "\r\n" into one), entities expanded recursively; '<' refused.
+bool KalXmlBuilder::DecodeAttribute(const char* b, const char* e, bool document,
+                                    std::string& out) {
+  std::string name;
+  for (const char* q = b; q < e;) {
+    const char* s = FindFirstOf<'&', '\r', '\n', '\t', '<'>(q, e);
+    out.append(q, s);
+    q = s;
+    if (q == e) break;
+    switch (*q) {
+      case '<':
+        return false;
+      case '\r':
+        out.push_back(' ');
+        q += (document && q + 1 < e && q[1] == '\n') ? 2 : 1;
+        continue;
+      case '\n':
+      case '\t':
+        out.push_back(' ');
+        ++q;
+        continue;
+      default:
+        break;
+    }
+    const char* at = q;
+    uint32_t cp = 0;
+    switch (ReadReference(q, e, cp, name)) {
+      case Reference::kMalformed:
+        return false;
+      case Reference::kNone:
+        out.push_back('&');
+        ++q;
+        break;
+      case Reference::kCharacter:
+        kalxml::AppendUtf8(out, cp);
+        break;
+      case Reference::kEntity: {
+        if (const char c = Predefined(name)) {
+          out.push_back(c);
+          break;
+        }
+        Entity* entity = FindEntity(name);
+        if (entity == nullptr) {
+          out.append(at, q);
+          break;
+        }
+        // An attribute value cannot fetch another file.
+        if (entity->kind != Entity::kInternal || !EnterEntity(*entity)) return false;
+        const char* text = entity->text.data();
+        const bool ok = DecodeAttribute(text, text + entity->text.size(), false, out);
+        LeaveEntity(*entity);
+        if (!ok) return false;
+        break;
+      }
+    }
+  }
+  return true;
+}
+
+bool KalXmlBuilder::AttributeValue(const char* b, const char* e, bool plain,
+                                   PendingAttribute& attribute) {
+  const char* text = b;
+  size_t length = e - b;
+  if (!plain) {
+    _Scratch.clear();
+    if (!DecodeAttribute(b, e, true, _Scratch)) return false;
+    text = _Scratch.data();
+    length = _Scratch.size();
+  }
+  attribute.text = _Arena.CopyText(text, length);
+  attribute.length = length;
+  return attribute.text != nullptr;
+}
+
+bool KalXmlBuilder::HasRepeatedAttribute() {
+  const size_t n = _Attributes.size();
+  if (n <= 8) {
+    for (size_t i = 1; i < n; ++i) {
+      for (size_t j = 0; j < i; ++j) {
+        if (_Attributes[i].name == _Attributes[j].name) return true;
+      }
+    }
+    return false;
+  }
+  // Names are interned, so equal names are equal pointers.
+  _Names.clear();
+  for (const PendingAttribute& a : _Attributes) _Names.push_back(a.name);
+  std::sort(_Names.begin(), _Names.end());
+  return std::adjacent_find(_Names.begin(), _Names.end()) != _Names.end();
+}
+
+// Attributes declared for this element type: defaults for the absent ones, and blanks
+// collapsed in the values of every type but CDATA.
+bool KalXmlBuilder::ApplyDeclarations(const KalUnicodeString* type) {
+  auto it = _Declarations.find(type);
+  if (it == _Declarations.end()) return true;
+  const size_t written = _Attributes.size();
+  for (const AttributeDeclaration& d : it->second) {
+    PendingAttribute* found = nullptr;
+    for (size_t i = 0; i < written; ++i) {
+      if (_Attributes[i].name == d.name) found = &_Attributes[i];
+    }
+    if (found != nullptr) {
+      if (d.tokenized) found->length = CollapseBlanks(found->text, found->length);
+      continue;
+    }
+    if (!d.hasDefault) continue;
+    char* text = _Arena.CopyText(d.value.data(), d.value.size());
+    if (text == nullptr) return false;
+    _Attributes.push_back({d.name, text, d.value.size()});
+  }
+  return true;
+}
+
+bool KalXmlBuilder::StartTag(const char*& p, const char* end) {
+  const char* name = p + 1;
+  const char* nameEnd = kalxml::ScanName(name, end);
+  if (nameEnd == nullptr) return false;
+  const KalUnicodeString* type = _Doc.Intern(name, nameEnd - name);
   if (type == nullptr) return false;
+  p = nameEnd;
 
   _Attributes.clear();
   bool selfClosing = false;
@@ -368,8 +447,8 @@ bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
     }
     if (p == before) return false;  // attributes are separated by white space
     const char* an = p;
-    while (p < end && !IsNameStop(*p)) ++p;
-    if (p == an) return false;
+    p = kalxml::ScanName(p, end);
+    if (p == nullptr) return false;
     const char* anEnd = p;
     while (p < end && IsSpace(*p)) ++p;
     if (p >= end || *p != '=') return false;
@@ -377,16 +456,32 @@ bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
     while (p < end && IsSpace(*p)) ++p;
     if (p >= end || (*p != '"' && *p != '\'')) return false;
     const char quote = *p++;
-    const char* close = static_cast<const char*>(std::memchr(p, quote, end - p));
-    if (close == nullptr) return false;
-    const KalUnicodeString* attributeName = _Doc.Intern(an, anEnd - an);
-    size_t length = 0;
-    const char* text = CopyDecoded(p, close, true, true, &length);
-    if (attributeName == nullptr || text == nullptr) return false;
-    _Attributes.push_back({attributeName, text, length});
+    const char* close = p;
+    bool plain = true;
+    for (;;) {
+      close = kalxml::ScanAttribute(close, end);
+      if (close == end) return false;
+      const char c = *close;
+      if (c == quote) break;
+      if (static_cast<unsigned char>(c) >= 0x80) {
+        const size_t n = kalxml::CheckSequence(close, end);
+        if (n == 0) return false;
+        close += n;
+        continue;
+      }
+      if (c == '<' || kalxml::IsForbiddenControl(c)) return false;
+      if (c != '"' && c != '\'') plain = false;
+      ++close;
+    }
+    PendingAttribute attribute{_Doc.Intern(an, anEnd - an), nullptr, 0};
+    if (attribute.name == nullptr || !AttributeValue(p, close, plain, attribute)) return false;
+    _Attributes.push_back(attribute);
     p = close + 1;
   }
+  if (_Attributes.size() > 1 && HasRepeatedAttribute()) return false;
+  if (!_Declarations.empty() && !ApplyDeclarations(type)) return false;
 
+  const bool isRoot = _Stack.empty();
   KalLightXmlElement* el = isRoot ? &_Root : _Doc.NewElement();
   if (el == nullptr) return false;
   el->_pType = type;
@@ -403,6 +498,7 @@ bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
     el->_NbAttributes = static_cast<int>(_Attributes.size());
   }
   if (!isRoot) {
+    EndRun(false);  // cannot fail: nothing is kept
     Frame& parent = _Stack.back();
     if (parent.lastChild == nullptr) {
       parent.element->_pFirstChild = el;
@@ -411,65 +507,94 @@ bool KalXmlBuilder::StartTag(const char*& p, const char* end, bool isRoot) {
     }
     parent.lastChild = el;
   }
-  Frame f{el, nullptr, nullptr, nullptr, nullptr, 0};
-  if (selfClosing) return isRoot ? CloseFrame(f) : true;
-  _Stack.push_back(f);
+  if (!selfClosing) _Stack.push_back(Frame{el, nullptr, nullptr, 0});
   return true;
 }
 
 bool KalXmlBuilder::EndTag(const char*& p, const char* end) {
-  p += 2;
-  const char* name = p;
-  while (p < end && !IsNameStop(*p)) ++p;
+  // The name must be the open element's: compare it whole, then make sure it ends there.
   const KalUnicodeString& expected = _Stack.back().element->GetType();
-  if (static_cast<size_t>(p - name) != static_cast<size_t>(expected.GetLengthInChar()) ||
-      std::memcmp(name, expected.ConvertToChar(), p - name) != 0) {
+  const size_t length = expected.GetLengthInChar();
+  p += 2;
+  if (static_cast<size_t>(end - p) <= length ||
+      std::memcmp(p, expected.ConvertToChar(), length) != 0) {
     return false;
   }
+  p += length;
   while (p < end && IsSpace(*p)) ++p;
   if (p >= end || *p != '>') return false;
   ++p;
-  if (!CloseFrame(_Stack.back())) return false;
+  if (!EndRun(true)) return false;
   _Stack.pop_back();
   return true;
 }
 
+// Reads content up to the end of the document element (document text) or to the end of an
+// entity's replacement text, which must close every element it opens. Returns where it
+// stopped, null when the content is not well-formed.
+const char* KalXmlBuilder::Content(const char* p, const char* end, bool inEntity) {
+  const size_t base = _Stack.size();
+  while (p < end) {
+    if (*p != '<') {
+      const char* lt;
+      bool plain;
+      if (!CharacterData(p, end, lt, plain) || !Text(p, lt, plain)) return nullptr;
+      p = lt;
+      continue;
+    }
+    if (end - p < 2) return nullptr;
+    const char next = p[1];
+    if (next == '/') {
+      if (inEntity && _Stack.size() == base) return nullptr;
+      if (!EndTag(p, end)) return nullptr;
+      if (!inEntity && _Stack.empty()) return p;
+    } else if (next == '!') {
+      if (end - p >= 9 && std::memcmp(p, "<![CDATA[", 9) == 0) {
+        const char* close = static_cast<const char*>(memmem(p + 9, end - p - 9, "]]>", 3));
+        if (close == nullptr || !kalxml::IsValidText(p + 9, close) || !Cdata(p + 9, close)) {
+          return nullptr;
+        }
+        p = static_cast<const char*>(close) + 3;
+      } else if (!Comment(p, end)) {
+        return nullptr;
+      }
+    } else if (next == '?') {
+      if (!ProcessingInstruction(p, end)) return nullptr;
+    } else if (!StartTag(p, end)) {
+      return nullptr;
+    }
+  }
+  return inEntity && _Stack.size() == base ? p : nullptr;
+}
+
 bool KalXmlBuilder::Parse(const char* p, const char* end) {
-  if (end - p >= 3 && std::memcmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
-  bool rootSeen = false;
   try {
+    if (end - p >= 6 && std::memcmp(p, "<?xml", 5) == 0 && IsSpace(p[5]) &&
+        !XmlDeclaration(p, end)) {
+      return false;
+    }
+    bool doctypeSeen = false;
+    bool rootSeen = false;
     for (;;) {
-      // Outside the document element: white space, comments, declarations.
+      // Outside the document element: white space, comments, processing instructions and
+      // one document type declaration before the element.
       while (p < end && IsSpace(*p)) ++p;
       if (p >= end) return rootSeen;
       if (*p != '<' || end - p < 2) return false;
-      if (p[1] == '?' || p[1] == '!') {
-        if (!SkipMarkup(p, end)) return false;
-        continue;
-      }
-      if (p[1] == '/' || rootSeen) return false;
-      rootSeen = true;
-      if (!StartTag(p, end, true)) return false;
-
-      while (!_Stack.empty()) {
-        const char* lt = static_cast<const char*>(std::memchr(p, '<', end - p));
-        if (lt == nullptr) return false;
-        if (lt != p && !AddText(_Stack.back(), p, lt, false)) return false;
-        p = lt;
-        if (end - p < 2) return false;
-        const char next = p[1];
-        if (next == '/') {
-          if (!EndTag(p, end)) return false;
-        } else if (next == '!' && end - p >= 9 && std::memcmp(p, "<![CDATA[", 9) == 0) {
-          const void* close = memmem(p + 9, end - p - 9, "]]>", 3);
-          if (close == nullptr) return false;
-          if (!AddText(_Stack.back(), p + 9, static_cast<const char*>(close), true)) return false;
-          p = static_cast<const char*>(close) + 3;
-        } else if (next == '!' || next == '?') {
-          if (next == '!' && (end - p < 4 || std::memcmp(p, "<!--", 4) != 0)) return false;
-          if (!SkipMarkup(p, end)) return false;
-        } else {
-          if (!StartTag(p, end, false)) return false;
+      if (p[1] == '?') {
+        if (!ProcessingInstruction(p, end)) return false;
+      } else if (end - p >= 9 && std::memcmp(p, "<!DOCTYPE", 9) == 0) {
+        if (doctypeSeen || rootSeen || !Doctype(p, end)) return false;
+        doctypeSeen = true;
+      } else if (p[1] == '!') {
+        if (!Comment(p, end)) return false;
+      } else {
+        if (p[1] == '/' || rootSeen) return false;
+        rootSeen = true;
+        if (!StartTag(p, end)) return false;
+        if (!_Stack.empty()) {
+          p = Content(p, end, false);
+          if (p == nullptr) return false;
         }
       }
     }
@@ -483,22 +608,24 @@ int KalLightXmlParser::Parse(KalLightXmlInputStream& input, KalLightXmlElementIt
   if (target == nullptr) return 0;
   const unsigned char* data = nullptr;
   size_t size = 0;
-  if (!input.GetBytes(data, size)) {
+  std::string converted;
+  const char* text = nullptr;
+  size_t length = 0;
+  try {
+    if (!input.GetBytes(data, size) || !kalxml::ToUtf8(data, size, converted, text, length)) {
+      target->Reset(0);
+      return 0;
+    }
+  } catch (const std::bad_alloc&) {
     target->Reset(0);
     return 0;
   }
-  std::string converted;
-  if (ConvertUtf16(data, size, converted) || ConvertLatin1(data, size, converted)) {
-    data = reinterpret_cast<const unsigned char*>(converted.data());
-    size = converted.size();
-  }
   // Mapped arena memory is free until touched, so reserving more than the tree can need
   // keeps a big document in one chunk at no cost.
-  KalXmlDocument* document = target->Reset(size + size / 2 + 64 * 1024);
+  KalXmlDocument* document = target->Reset(length + length / 2 + 64 * 1024);
   if (document == nullptr) return 0;
-  KalXmlBuilder builder(*document, *target);
-  const char* begin = reinterpret_cast<const char*>(data);
-  const bool ok = builder.Parse(begin, begin + size);
+  KalXmlBuilder builder(*document, *target, length);
+  const bool ok = builder.Parse(text, text + length);
   document->ReleaseInternTable();
   return ok ? 1 : 0;
 }

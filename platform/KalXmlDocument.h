@@ -2,6 +2,7 @@
 #ifndef KAL_XML_DOCUMENT_H
 #define KAL_XML_DOCUMENT_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -11,7 +12,12 @@
 
 class KalXmlDocument {
  public:
-  explicit KalXmlDocument(size_t sizeHint) : _Arena(sizeHint) {}
+  // The name hash is seeded per document, so a crafted set of colliding names cannot be
+  // prepared in advance.
+  explicit KalXmlDocument(size_t sizeHint)
+      : _Arena(sizeHint),
+        _Seed(reinterpret_cast<uintptr_t>(this) ^
+              static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count())) {}
   KalXmlDocument(const KalXmlDocument&) = delete;
   KalXmlDocument& operator=(const KalXmlDocument&) = delete;
 
@@ -33,15 +39,16 @@ class KalXmlDocument {
 
  private:
   struct Slot {
+    uint64_t hash;
     uint64_t head;  // the name's first 8 bytes
-    uint64_t tail;  // its last 8 bytes (zero for names of 8 bytes or fewer)
-    uint32_t hash;
-    uint32_t length;
+    uint64_t tail;  // its last 8 bytes (zero for names of fewer than 8 bytes)
+    size_t length;
     const KalUnicodeString* name;
   };
   bool Grow();
 
   KalXmlArena _Arena;
+  uint64_t _Seed;
   std::vector<Slot> _Slots;
   size_t _NbNames = 0;
 };

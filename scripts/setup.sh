@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
-          libpugixml-dev python3)
+          libpugixml-dev libxxhash-dev libxml2-dev python3)
 
 missing=()
 for p in "${packages[@]}"; do

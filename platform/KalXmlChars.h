@@ -1,0 +1,181 @@
+// Characters of XML documents: which code points a document may hold, which make names,
+// UTF-8 encoding and checking, and fast scans for the bytes the reader stops at.
+#ifndef KAL_XML_CHARS_H
+#define KAL_XML_CHARS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace kalxml {
+
+// A code point allowed anywhere in a document: tab, line feed, carriage return and the
+// Unicode ranges minus surrogates and U+FFFE/U+FFFF.
+inline bool IsChar(uint32_t cp) {
+  if (cp < 0x20) return cp == 0x9 || cp == 0xA || cp == 0xD;
+  if (cp < 0xD800) return true;
+  if (cp < 0xE000) return false;
+  if (cp < 0xFFFE) return true;
+  return cp >= 0x10000 && cp <= 0x10FFFF;
+}
+
+inline bool IsSpace(char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
+
+// True when the bytes are well-formed UTF-8 (shortest forms, no surrogates) and every code
+// point is allowed in a document.
+bool IsValidText(const char* data, const char* end);
+// The length of the allowed multi-byte character at p (a byte of 0x80 or more), 0 when the
+// sequence is invalid UTF-8 or names a character a document may not hold.
+size_t CheckSequence(const char* p, const char* end);
+inline bool IsForbiddenControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t' && c != '\r';
+}
+
+// Appends the UTF-8 form of cp (at most 4 bytes) at out; returns the bytes written.
+size_t EncodeUtf8(uint32_t cp, char* out);
+inline void AppendUtf8(std::string& out, uint32_t cp) {
+  char buffer[4];
+  out.append(buffer, EncodeUtf8(cp, buffer));
+}
+
+// Name characters by byte: ASCII ones are decided by the table, bytes of multi-byte
+// characters need the slow path.
+enum : unsigned char { kNameStartByte = 1, kNameByte = 2, kMultiByte = 4 };
+struct NameByteTable {
+  unsigned char bits[256];
+};
+constexpr NameByteTable MakeNameByteTable() {
+  NameByteTable t{};
+  for (int c = 0; c < 256; ++c) {
+    const bool start = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':';
+    const bool other = (c >= '0' && c <= '9') || c == '-' || c == '.';
+    t.bits[c] = c >= 0x80 ? kMultiByte : start ? (kNameStartByte | kNameByte) : other ? kNameByte : 0;
+  }
+  return t;
+}
+inline constexpr NameByteTable kNameBytesTable = MakeNameByteTable();
+inline constexpr const unsigned char* kNameBytes = kNameBytesTable.bits;
+
+// Scans on from p, a multi-byte character, with the name's first character already read
+// unless `first`.
+const char* ScanNameSlow(const char* p, const char* end, bool first);
+
+// The end of the name that starts at p, or null when no name starts there. Names start with
+// a letter, '_', ':' or one of the other start characters, then continue with name
+// characters; the text must already be valid UTF-8.
+inline const char* ScanName(const char* p, const char* end) {
+  if (p >= end) return nullptr;
+  unsigned char c = static_cast<unsigned char>(*p);
+  if ((kNameBytes[c] & kNameStartByte) == 0) {
+    if ((kNameBytes[c] & kMultiByte) == 0) return nullptr;
+    const char* name = ScanNameSlow(p, end, true);
+    return name == p ? nullptr : name;
+  }
+  for (++p; p < end; ++p) {
+    c = static_cast<unsigned char>(*p);
+    if ((kNameBytes[c] & kNameByte) == 0) {
+      return (kNameBytes[c] & kMultiByte) == 0 ? p : ScanNameSlow(p, end, false);
+    }
+  }
+  return p;
+}
+
+// The end of the name token (name characters, any first one) at p; p itself when none.
+inline const char* ScanNameToken(const char* p, const char* end) {
+  for (; p < end; ++p) {
+    const unsigned char c = static_cast<unsigned char>(*p);
+    if ((kNameBytes[c] & kNameByte) == 0) {
+      return (kNameBytes[c] & kMultiByte) == 0 ? p : ScanNameSlow(p, end, false);
+    }
+  }
+  return p;
+}
+
+// The first byte in [p, end) equal to one of Cs, or end.
+template <char... Cs>
+inline const char* FindFirstOf(const char* p, const char* end) {
+#if defined(__SSE2__)
+  while (end - p >= 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i hit = _mm_setzero_si128();
+    ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Cs)))), ...);
+    const int bits = _mm_movemask_epi8(hit);
+    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
+    p += 16;
+  }
+#endif
+  for (; p < end; ++p) {
+    if (((*p == Cs) || ...)) return p;
+  }
+  return end;
+}
+
+#if defined(__SSE2__)
+// Bytes below 0x20 under a signed compare: control characters and every byte of a
+// multi-byte character, which both need a closer look.
+inline __m128i ControlOrMultiByte(__m128i v) { return _mm_cmplt_epi8(v, _mm_set1_epi8(0x20)); }
+#endif
+
+// The first byte in [p, end) that character data cannot take as it is: '<', '&', ']', a
+// carriage return, a control character other than tab and line feed, or a byte of a
+// multi-byte character. Plain text, which is most text, is thus checked and delimited in
+// one pass.
+inline const char* ScanText(const char* p, const char* end) {
+#if defined(__SSE2__)
+  while (end - p >= 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i plainLow =
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
+    __m128i hit = _mm_andnot_si128(plainLow, ControlOrMultiByte(v));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('<')));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('&')));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(']')));
+    const int bits = _mm_movemask_epi8(hit);
+    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
+    p += 16;
+  }
+#endif
+  for (; p < end; ++p) {
+    const char c = *p;
+    if (c == '<' || c == '&' || c == ']' || static_cast<unsigned char>(c) >= 0x80 ||
+        (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t')) {
+      return p;
+    }
+  }
+  return end;
+}
+
+// The first byte in [p, end) that an attribute value cannot take as it is: either quote,
+// '&', '<', any control character (white space included: it becomes a blank) or a byte of a
+// multi-byte character.
+inline const char* ScanAttribute(const char* p, const char* end) {
+#if defined(__SSE2__)
+  while (end - p >= 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i hit = ControlOrMultiByte(v);
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('"')));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('\'')));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('&')));
+    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('<')));
+    const int bits = _mm_movemask_epi8(hit);
+    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
+    p += 16;
+  }
+#endif
+  for (; p < end; ++p) {
+    const char c = *p;
+    if (c == '"' || c == '\'' || c == '&' || c == '<' || static_cast<unsigned char>(c) < 0x20 ||
+        static_cast<unsigned char>(c) >= 0x80) {
+      return p;
+    }
+  }
+  return end;
+}
+
+}  // namespace kalxml
+
+#endif
