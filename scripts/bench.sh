@@ -11,3 +11,4 @@ for n in 20000 200000; do
   [ -f "$out/assembly-$n.vorla" ] || python3 bench/gen_vorla.py --instances "$n" --seed 1 "$out/assembly-$n.vorla" >/dev/null
 done
 ./build/bench/vorla_load_bench --runs "${RUNS:-5}" "$out/assembly-20000.vorla" "$out/assembly-200000.vorla"
+./build/bench/vorla_xml_bench --runs "${RUNS:-5}" "$out/assembly-200000.vorla"

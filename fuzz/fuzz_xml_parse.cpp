@@ -1,0 +1,27 @@
+// Feeds arbitrary bytes to the XML reader; a tree it accepts is walked whole.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "KalLightXml.h"
+
+namespace {
+
+void Walk(const KalLightXmlElementItf* e) {
+  // Touch every string so that a dangling or unterminated one shows.
+  volatile size_t sink = e->GetType().GetLengthInChar() + e->GetValue().GetLengthInChar();
+  (void)sink;
+  KalPosition cursor = e->GetHeadPosition();
+  while (cursor != nullptr) Walk(e->GetNextChild(cursor));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  KalLightXmlElementFactory factory;
+  std::unique_ptr<KalLightXmlElementItf> root(factory.CreateElement());
+  KalLightXmlInputStreamBuffer input(data, static_cast<int>(size));
+  KalLightXmlParser parser;
+  if (parser.Parse(input, *root) == 1) Walk(root.get());
+  return 0;
+}
