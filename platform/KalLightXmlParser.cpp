@@ -218,6 +218,23 @@ bool KalXmlBuilder::Text(const char* b, const char* e, bool plain) {
         _WhiteSpace.push_back({b, e, _EntityDepth == 0});
         return true;
       }
+      // An entity is read as if its text stood here: white space before it is indentation
+      // when what it holds starts with a tag.
+      if (*q == '&' && !_Entities.empty()) {
+        const char* after = q;
+        uint32_t cp = 0;
+        std::string name;
+        Entity* entity = nullptr;
+        if (ReadReference(after, e, cp, name) == Reference::kEntity && Predefined(name) == 0) {
+          entity = FindEntity(name);
+        }
+        if (entity != nullptr && entity->kind == Entity::kInternal) {
+          if (q != b) _WhiteSpace.push_back({b, q, _EntityDepth == 0});
+          if (!ExpandInContent(*entity)) return false;
+          b = after;
+          continue;
+        }
+      }
       if (!FlushWhiteSpace()) return false;
       _RunHasContent = true;
     }

@@ -397,36 +397,78 @@ bool KalXmlBuilder::AttlistDeclaration(const char*& p, const char* end) {
   }
 }
 
-// <!ELEMENT name EMPTY|ANY|(content model)>: the model is checked for its characters and
-// balanced parentheses; the reader does not validate against it.
+// <!ELEMENT name EMPTY|ANY|(content model)>. The model is checked by its grammar (mixed
+// content, or nested choices and sequences), without recursion; the reader does not
+// validate documents against it.
 bool KalXmlBuilder::ElementDeclaration(const char*& p, const char* end) {
   p += 9;
   if (!SkipSpace(p, end)) return false;
   p = kalxml::ScanName(p, end);
   if (p == nullptr || !SkipSpace(p, end)) return false;
+  auto repeat = [&]() {
+    if (p < end && (*p == '?' || *p == '*' || *p == '+')) ++p;
+  };
   if (Keyword(p, end, "EMPTY")) {
     p += 5;
   } else if (Keyword(p, end, "ANY")) {
     p += 3;
+  } else if (p >= end || *p != '(') {
+    return false;
   } else {
-    if (p >= end || *p != '(') return false;
-    int depth = 0;
-    do {
-      if (p >= end) return false;
-      const char c = *p;
-      if (c == '(') {
-        ++depth;
-      } else if (c == ')') {
-        --depth;
-      } else if (!IsSpace(c) && std::strchr("|,?*+#", c) == nullptr) {
-        const char* token = kalxml::ScanNameToken(p, end);
-        if (token == p) return false;
-        p = token;
-        continue;
+    const char* open = ++p;
+    SkipSpace(p, end);
+    if (Starts(p, end, "#PCDATA")) {
+      // (#PCDATA) or (#PCDATA | name | ...)*
+      p += 7;
+      bool names = false;
+      for (;;) {
+        SkipSpace(p, end);
+        if (p >= end) return false;
+        if (*p == ')') break;
+        if (*p != '|') return false;
+        ++p;
+        SkipSpace(p, end);
+        p = kalxml::ScanName(p, end);
+        if (p == nullptr) return false;
+        names = true;
       }
       ++p;
-    } while (depth > 0);
-    if (p < end && (*p == '?' || *p == '*' || *p == '+')) ++p;
+      if (p < end && *p == '*') {
+        ++p;
+      } else if (names) {
+        return false;
+      }
+    } else {
+      p = open;
+      // Separators of the open groups: 0 until a group's first '|' or ',' decides it.
+      std::vector<char> groups(1, 0);
+      bool wantParticle = true;
+      while (!groups.empty()) {
+        SkipSpace(p, end);
+        if (p >= end) return false;
+        if (wantParticle) {
+          if (*p == '(') {
+            groups.push_back(0);
+            ++p;
+            continue;
+          }
+          p = kalxml::ScanName(p, end);
+          if (p == nullptr) return false;
+          repeat();
+          wantParticle = false;
+        } else if (*p == '|' || *p == ',') {
+          if (groups.back() != 0 && groups.back() != *p) return false;
+          groups.back() = *p++;
+          wantParticle = true;
+        } else if (*p == ')') {
+          groups.pop_back();
+          ++p;
+          repeat();
+        } else {
+          return false;
+        }
+      }
+    }
   }
   SkipSpace(p, end);
   if (p >= end || *p != '>') return false;
