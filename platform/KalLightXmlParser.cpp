@@ -416,24 +416,28 @@ bool KalXmlBuilder::HasRepeatedAttribute() {
 }
 
 // Attributes declared for this element type: defaults for the absent ones, and blanks
-// collapsed in the values of every type but CDATA.
+// collapsed in the values of every type but CDATA. Default values count against the
+// expansion allowance, since a few declarations could otherwise multiply a document.
 bool KalXmlBuilder::ApplyDeclarations(const KalUnicodeString* type) {
   auto it = _Declarations.find(type);
   if (it == _Declarations.end()) return true;
-  const size_t written = _Attributes.size();
-  for (const AttributeDeclaration& d : it->second) {
-    PendingAttribute* found = nullptr;
-    for (size_t i = 0; i < written; ++i) {
-      if (_Attributes[i].name == d.name) found = &_Attributes[i];
-    }
-    if (found != nullptr) {
-      if (d.tokenized) found->length = CollapseBlanks(found->text, found->length);
-      continue;
-    }
-    if (!d.hasDefault) continue;
+  ElementDeclarations& declarations = it->second;
+  const size_t element = ++_NbElements;
+  for (PendingAttribute& a : _Attributes) {
+    auto d = declarations.attributes.find(a.name);
+    if (d == declarations.attributes.end()) continue;
+    d->second.seen = element;
+    if (d->second.tokenized) a.length = CollapseBlanks(a.text, a.length);
+  }
+  for (const KalUnicodeString* name : declarations.defaults) {
+    AttributeDeclaration& d = declarations.attributes.find(name)->second;
+    if (d.seen == element) continue;
+    const size_t cost = d.value.size() + sizeof(KalXmlAttribute);
+    if (cost > _ExpansionLeft) return false;
+    _ExpansionLeft -= cost;
     char* text = _Arena.CopyText(d.value.data(), d.value.size());
     if (text == nullptr) return false;
-    _Attributes.push_back({d.name, text, d.value.size()});
+    _Attributes.push_back({name, text, d.value.size()});
   }
   return true;
 }

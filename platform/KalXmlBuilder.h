@@ -39,10 +39,15 @@ class KalXmlBuilder {
     bool expanding;
   };
   struct AttributeDeclaration {
-    const KalUnicodeString* name;
     bool tokenized;  // any type but CDATA: blanks are trimmed and collapsed
     bool hasDefault;
     std::string value;
+    size_t seen;  // the element that last had this attribute written
+  };
+  // The attributes declared for one element type, by name.
+  struct ElementDeclarations {
+    std::unordered_map<const KalUnicodeString*, AttributeDeclaration> attributes;
+    std::vector<const KalUnicodeString*> defaults;  // those with a default, in declared order
   };
   // White space read since the last tag, kept aside until the run shows whether it is
   // content or indentation.
@@ -103,7 +108,8 @@ class KalXmlBuilder {
 
   std::unordered_map<std::string, Entity> _Entities;
   std::unordered_map<std::string, Entity> _ParameterEntities;
-  std::unordered_map<const KalUnicodeString*, std::vector<AttributeDeclaration>> _Declarations;
+  std::unordered_map<const KalUnicodeString*, ElementDeclarations> _Declarations;
+  size_t _NbElements = 0;
   // After a parameter entity that cannot be read, later declarations might depend on it, so
   // they are checked but no longer used.
   bool _DeclarationsStopped = false;

@@ -360,7 +360,7 @@ bool KalXmlBuilder::AttlistDeclaration(const char*& p, const char* end) {
     }
     if (!SkipSpace(p, end)) return false;
 
-    AttributeDeclaration declaration{nullptr, tokenized, false, std::string()};
+    AttributeDeclaration declaration{tokenized, false, std::string(), 0};
     const bool hash = p < end && *p == '#';
     if (hash && Keyword(p + 1, end, "REQUIRED")) {
       p += 9;
@@ -388,12 +388,13 @@ bool KalXmlBuilder::AttlistDeclaration(const char*& p, const char* end) {
     }
     if (_DeclarationsStopped) continue;
     const KalUnicodeString* type = _Doc.Intern(element, elementEnd - element);
-    declaration.name = _Doc.Intern(name, nameEnd - name);
-    if (type == nullptr || declaration.name == nullptr) return false;
-    std::vector<AttributeDeclaration>& list = _Declarations[type];
-    bool declared = false;
-    for (const AttributeDeclaration& d : list) declared = declared || d.name == declaration.name;
-    if (!declared) list.push_back(std::move(declaration));
+    const KalUnicodeString* attribute = _Doc.Intern(name, nameEnd - name);
+    if (type == nullptr || attribute == nullptr) return false;
+    ElementDeclarations& declarations = _Declarations[type];
+    const bool hasDefault = declaration.hasDefault;
+    if (declarations.attributes.emplace(attribute, std::move(declaration)).second && hasDefault) {
+      declarations.defaults.push_back(attribute);
+    }
   }
 }
 

@@ -383,17 +383,29 @@ TEST(XmlEntities, UnsafeEntityUsesAreRefused) {
   });
 }
 
-TEST(XmlEntities, BillionLaughsIsRefused) {
-  std::string xml = "<!DOCTYPE r [<!ENTITY l0 \"lol\">";
+TEST(XmlEntities, ExpansionPastTheAllowanceIsRefused) {
+  // Ten levels of ten references: 10^9 copies.
+  std::string laughs = "<!DOCTYPE r [<!ENTITY l0 \"lol\">";
   for (int level = 1; level < 10; ++level) {
-    xml += "<!ENTITY l" + std::to_string(level) + " \"";
-    for (int i = 0; i < 10; ++i) xml += "&l" + std::to_string(level - 1) + ";";
-    xml += "\">";
+    laughs += "<!ENTITY l" + std::to_string(level) + " \"";
+    for (int i = 0; i < 10; ++i) laughs += "&l" + std::to_string(level - 1) + ";";
+    laughs += "\">";
   }
-  xml += "]><r>&l9;</r>";
-  int rc = -1;
-  ParseText(xml, &rc);
-  EXPECT_EQ(rc, 0);
+  laughs += "]><r>&l9;</r>";
+  // One 100 KB entity used a thousand times: 100 MB.
+  std::string repeated = "<!DOCTYPE r [<!ENTITY big \"" + std::string(100000, 'x') + "\">]><r>";
+  for (int i = 0; i < 1000; ++i) repeated += "&big;";
+  repeated += "</r>";
+  // A hundred 10 KB defaults given to a thousand elements: 1 GB.
+  std::string defaults = "<!DOCTYPE r [<!ATTLIST e";
+  for (int i = 0; i < 100; ++i) defaults += " a" + std::to_string(i) + " CDATA \"" + std::string(10000, 'd') + "\"";
+  defaults += ">]><r>";
+  for (int i = 0; i < 1000; ++i) defaults += "<e/>";
+  defaults += "</r>";
+  ExpectRefused({laughs, repeated, defaults});
+  // Below the allowance the same shapes are read.
+  ExpectValues({{"<!DOCTYPE r [<!ENTITY big \"" + std::string(1000, 'x') + "\">]><r>&big;&big;</r>",
+                 nullptr, std::string(2000, 'x').c_str()}});
 }
 
 TEST(XmlDoctype, AttributeDefaultsAreSuppliedAndTokenTypesNormalised) {
