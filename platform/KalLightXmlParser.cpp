@@ -120,6 +120,37 @@ KalXmlBuilder::Reference KalXmlBuilder::ReadReference(const char*& p, const char
   return Reference::kEntity;
 }
 
+// Reads the reference at q ('&') and appends what it stands for when that is plain text: a
+// character, a predefined entity, or the reference as written (a lone '&', an unknown
+// entity). A declared entity is left to the caller in `entity`. False when malformed.
+bool KalXmlBuilder::ResolveReference(const char*& q, const char* end, std::string& out,
+                                     Entity*& entity) {
+  entity = nullptr;
+  const char* at = q;
+  uint32_t cp = 0;
+  std::string name;
+  switch (ReadReference(q, end, cp, name)) {
+    case Reference::kMalformed:
+      return false;
+    case Reference::kNone:
+      out.push_back('&');
+      ++q;
+      return true;
+    case Reference::kCharacter:
+      kalxml::AppendUtf8(out, cp);
+      return true;
+    case Reference::kEntity:
+      break;
+  }
+  if (const char c = Predefined(name)) {
+    out.push_back(c);
+    return true;
+  }
+  entity = FindEntity(name);
+  if (entity == nullptr) out.append(at, q);
+  return true;
+}
+
 bool KalXmlBuilder::Append(const char* data, size_t length) {
   if (length == 0) return true;
   Frame& f = _Stack.back();
@@ -258,7 +289,6 @@ bool KalXmlBuilder::TextPiece(const char* b, const char* e, const char*& resume)
   const char* s = next(b);
   if (s == e) return Append(b, e - b);
   _Scratch.assign(b, s);
-  std::string name;
   for (const char* q = s; q < e;) {
     s = next(q);
     _Scratch.append(q, s);
@@ -276,35 +306,19 @@ bool KalXmlBuilder::TextPiece(const char* b, const char* e, const char*& resume)
       continue;
     }
     const char* at = q;
-    uint32_t cp = 0;
-    switch (ReadReference(q, e, cp, name)) {
-      case Reference::kMalformed:
-        return false;
-      case Reference::kNone:
-        _Scratch.push_back('&');
-        ++q;
-        break;
-      case Reference::kCharacter:
-        kalxml::AppendUtf8(_Scratch, cp);
-        break;
-      case Reference::kEntity: {
-        if (const char c = Predefined(name)) {
-          _Scratch.push_back(c);
-          break;
-        }
-        Entity* entity = FindEntity(name);
-        if (entity == nullptr || entity->kind == Entity::kExternal) {
-          _Scratch.append(at, q);  // unknown or not read: kept as written
-          break;
-        }
-        if (entity->kind == Entity::kUnparsed) return false;
-        if (!Append(_Scratch.data(), _Scratch.size())) return false;
-        _Scratch.clear();
-        if (!ExpandInContent(*entity)) return false;
-        resume = q;
-        return true;
-      }
+    Entity* entity = nullptr;
+    if (!ResolveReference(q, e, _Scratch, entity)) return false;
+    if (entity == nullptr) continue;
+    if (entity->kind == Entity::kUnparsed) return false;
+    if (entity->kind == Entity::kExternal) {
+      _Scratch.append(at, q);  // not read: kept as written
+      continue;
     }
+    if (!Append(_Scratch.data(), _Scratch.size())) return false;
+    _Scratch.clear();
+    if (!ExpandInContent(*entity)) return false;
+    resume = q;
+    return true;
   }
   return Append(_Scratch.data(), _Scratch.size());
 }
@@ -327,7 +341,6 @@ bool KalXmlBuilder::Cdata(const char* b, const char* e) {
 // (document text first folds "\r\n" into one), entities expanded recursively; '<' refused.
 bool KalXmlBuilder::DecodeAttribute(const char* b, const char* e, bool document,
                                     std::string& out) {
-  std::string name;
   for (const char* q = b; q < e;) {
     const char* s = FindFirstOf<'&', '\r', '\n', '\t', '<'>(q, e);
     out.append(q, s);
@@ -348,37 +361,15 @@ bool KalXmlBuilder::DecodeAttribute(const char* b, const char* e, bool document,
       default:
         break;
     }
-    const char* at = q;
-    uint32_t cp = 0;
-    switch (ReadReference(q, e, cp, name)) {
-      case Reference::kMalformed:
-        return false;
-      case Reference::kNone:
-        out.push_back('&');
-        ++q;
-        break;
-      case Reference::kCharacter:
-        kalxml::AppendUtf8(out, cp);
-        break;
-      case Reference::kEntity: {
-        if (const char c = Predefined(name)) {
-          out.push_back(c);
-          break;
-        }
-        Entity* entity = FindEntity(name);
-        if (entity == nullptr) {
-          out.append(at, q);
-          break;
-        }
-        // An attribute value cannot fetch another file.
-        if (entity->kind != Entity::kInternal || !EnterEntity(*entity)) return false;
-        const char* text = entity->text.data();
-        const bool ok = DecodeAttribute(text, text + entity->text.size(), false, out);
-        LeaveEntity(*entity);
-        if (!ok) return false;
-        break;
-      }
-    }
+    Entity* entity = nullptr;
+    if (!ResolveReference(q, e, out, entity)) return false;
+    if (entity == nullptr) continue;
+    // An attribute value cannot fetch another file.
+    if (entity->kind != Entity::kInternal || !EnterEntity(*entity)) return false;
+    const char* text = entity->text.data();
+    const bool ok = DecodeAttribute(text, text + entity->text.size(), false, out);
+    LeaveEntity(*entity);
+    if (!ok) return false;
   }
   return true;
 }

@@ -77,6 +77,7 @@ class KalXmlBuilder {
   bool ApplyDeclarations(const KalUnicodeString* type);
   bool HasRepeatedAttribute();
   Reference ReadReference(const char*& p, const char* end, uint32_t& cp, std::string& name);
+  bool ResolveReference(const char*& q, const char* end, std::string& out, Entity*& entity);
   Entity* FindEntity(const std::string& name);
   bool EnterEntity(Entity& entity);
   void LeaveEntity(Entity& entity);

@@ -114,66 +114,46 @@ inline const char* FindFirstOf(const char* p, const char* end) {
   return end;
 }
 
-#if defined(__SSE2__)
-// Bytes below 0x20 under a signed compare: control characters and every byte of a
-// multi-byte character, which both need a closer look.
-inline __m128i ControlOrMultiByte(__m128i v) { return _mm_cmplt_epi8(v, _mm_set1_epi8(0x20)); }
-#endif
-
-// The first byte in [p, end) that character data cannot take as it is: '<', '&', ']', a
-// carriage return, a control character other than tab and line feed, or a byte of a
-// multi-byte character. Plain text, which is most text, is thus checked and delimited in
-// one pass.
-inline const char* ScanText(const char* p, const char* end) {
+// The first byte in [p, end) that is one of Cs, a control character (but tab and line feed
+// when kTabAndLineFeedPass), or a byte of a multi-byte character: the bytes a scan of text
+// must stop at to check or decode them. Plain text, which is most text, is thus checked and
+// delimited in one pass.
+template <bool kTabAndLineFeedPass, char... Cs>
+inline const char* ScanToSpecial(const char* p, const char* end) {
 #if defined(__SSE2__)
   while (end - p >= 16) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i plainLow =
-        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
-    __m128i hit = _mm_andnot_si128(plainLow, ControlOrMultiByte(v));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('<')));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('&')));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(']')));
+    // A signed compare with 0x20 catches both control characters and multi-byte bytes.
+    __m128i hit = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
+    if (kTabAndLineFeedPass) {
+      hit = _mm_andnot_si128(
+          _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))),
+          hit);
+    }
+    ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Cs)))), ...);
     const int bits = _mm_movemask_epi8(hit);
     if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
     p += 16;
   }
 #endif
   for (; p < end; ++p) {
-    const char c = *p;
-    if (c == '<' || c == '&' || c == ']' || static_cast<unsigned char>(c) >= 0x80 ||
-        (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t')) {
-      return p;
-    }
+    const auto c = static_cast<unsigned char>(*p);
+    if (c >= 0x80 || ((*p == Cs) || ...)) return p;
+    if (c < 0x20 && !(kTabAndLineFeedPass && (c == '\n' || c == '\t'))) return p;
   }
   return end;
 }
 
-// The first byte in [p, end) that an attribute value cannot take as it is: either quote,
-// '&', '<', any control character (white space included: it becomes a blank) or a byte of a
-// multi-byte character.
+// Character data stops at '<', '&', ']' (for "]]>"), a carriage return (line ends are
+// normalised), other controls and multi-byte characters.
+inline const char* ScanText(const char* p, const char* end) {
+  return ScanToSpecial<true, '<', '&', ']'>(p, end);
+}
+
+// An attribute value stops at either quote, '&', '<', any control (white space becomes a
+// blank) and multi-byte characters.
 inline const char* ScanAttribute(const char* p, const char* end) {
-#if defined(__SSE2__)
-  while (end - p >= 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i hit = ControlOrMultiByte(v);
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('"')));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('\'')));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('&')));
-    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8('<')));
-    const int bits = _mm_movemask_epi8(hit);
-    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
-    p += 16;
-  }
-#endif
-  for (; p < end; ++p) {
-    const char c = *p;
-    if (c == '"' || c == '\'' || c == '&' || c == '<' || static_cast<unsigned char>(c) < 0x20 ||
-        static_cast<unsigned char>(c) >= 0x80) {
-      return p;
-    }
-  }
-  return end;
+  return ScanToSpecial<false, '"', '\'', '&', '<'>(p, end);
 }
 
 }  // namespace kalxml
