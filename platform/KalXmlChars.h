@@ -95,37 +95,27 @@ inline const char* ScanNameToken(const char* p, const char* end) {
   return p;
 }
 
-// The first byte in [p, end) equal to one of Cs, or end.
-template <char... Cs>
-inline const char* FindFirstOf(const char* p, const char* end) {
+// What a scan stops at besides the listed bytes.
+enum class Stop {
+  kListed,         // nothing else
+  kUnchecked,      // control characters and bytes of multi-byte characters
+  kUncheckedText,  // the same but tab and line feed, which text takes as they are
+};
+
+// The first byte in [p, end) that is one of Cs or else stops the scan, or end. Stopping at
+// controls and multi-byte characters lets one pass both delimit plain text, which is most
+// text, and find what in it needs checking.
+template <Stop kStop, char... Cs>
+inline const char* ScanTo(const char* p, const char* end) {
 #if defined(__SSE2__)
   while (end - p >= 16) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     __m128i hit = _mm_setzero_si128();
-    ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Cs)))), ...);
-    const int bits = _mm_movemask_epi8(hit);
-    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
-    p += 16;
-  }
-#endif
-  for (; p < end; ++p) {
-    if (((*p == Cs) || ...)) return p;
-  }
-  return end;
-}
-
-// The first byte in [p, end) that is one of Cs, a control character (but tab and line feed
-// when kTabAndLineFeedPass), or a byte of a multi-byte character: the bytes a scan of text
-// must stop at to check or decode them. Plain text, which is most text, is thus checked and
-// delimited in one pass.
-template <bool kTabAndLineFeedPass, char... Cs>
-inline const char* ScanToSpecial(const char* p, const char* end) {
-#if defined(__SSE2__)
-  while (end - p >= 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    // A signed compare with 0x20 catches both control characters and multi-byte bytes.
-    __m128i hit = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
-    if (kTabAndLineFeedPass) {
+    if (kStop != Stop::kListed) {
+      // A signed compare with 0x20 catches both control characters and multi-byte bytes.
+      hit = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
+    }
+    if (kStop == Stop::kUncheckedText) {
       hit = _mm_andnot_si128(
           _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))),
           hit);
@@ -137,23 +127,30 @@ inline const char* ScanToSpecial(const char* p, const char* end) {
   }
 #endif
   for (; p < end; ++p) {
+    if (((*p == Cs) || ...)) return p;
+    if (kStop == Stop::kListed) continue;
     const auto c = static_cast<unsigned char>(*p);
-    if (c >= 0x80 || ((*p == Cs) || ...)) return p;
-    if (c < 0x20 && !(kTabAndLineFeedPass && (c == '\n' || c == '\t'))) return p;
+    if (c >= 0x80) return p;
+    if (c < 0x20 && !(kStop == Stop::kUncheckedText && (c == '\n' || c == '\t'))) return p;
   }
   return end;
+}
+
+template <char... Cs>
+inline const char* FindFirstOf(const char* p, const char* end) {
+  return ScanTo<Stop::kListed, Cs...>(p, end);
 }
 
 // Character data stops at '<', '&', ']' (for "]]>"), a carriage return (line ends are
 // normalised), other controls and multi-byte characters.
 inline const char* ScanText(const char* p, const char* end) {
-  return ScanToSpecial<true, '<', '&', ']'>(p, end);
+  return ScanTo<Stop::kUncheckedText, '<', '&', ']'>(p, end);
 }
 
 // An attribute value stops at either quote, '&', '<', any control (white space becomes a
 // blank) and multi-byte characters.
 inline const char* ScanAttribute(const char* p, const char* end) {
-  return ScanToSpecial<false, '"', '\'', '&', '<'>(p, end);
+  return ScanTo<Stop::kUnchecked, '"', '\'', '&', '<'>(p, end);
 }
 
 }  // namespace kalxml
