@@ -59,7 +59,8 @@ double Parse(const std::string& xml, int runs, int& result) {
     KalLightXmlParser parser;
     const auto start = std::chrono::steady_clock::now();
     result = parser.Parse(input, *root);
-    best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    best = std::min(
+        best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   }
   return best;
 }
@@ -68,7 +69,8 @@ std::string Names(bool sharedEnds) {
   std::string xml = "<r>";
   char tag[64];
   for (int i = 0; i < 40000; ++i) {
-    std::snprintf(tag, sizeof(tag), sharedEnds ? "<HeadHead%06dTailTail/>" : "<N%06dHeadHeadTailTail/>", i);
+    std::snprintf(tag, sizeof(tag),
+                  sharedEnds ? "<HeadHead%06dTailTail/>" : "<N%06dHeadHeadTailTail/>", i);
     xml += tag;
   }
   return xml + "</r>";

@@ -11,7 +11,6 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-
 namespace {
 
 // Most names are at most 16 bytes: then their first and last 8 bytes are the whole name, so
@@ -23,7 +22,8 @@ void NameWords(const char* name, size_t length, uint64_t& head, uint64_t& tail) 
     std::memcpy(&head, name, 8);
     std::memcpy(&tail, name + length - 8, 8);
   } else {
-    for (size_t i = 0; i < length; ++i) head |= static_cast<uint64_t>(static_cast<uint8_t>(name[i])) << (8 * i);
+    for (size_t i = 0; i < length; ++i)
+      head |= static_cast<uint64_t>(static_cast<uint8_t>(name[i])) << (8 * i);
   }
 }
 
@@ -49,7 +49,8 @@ const KalUnicodeString* KalXmlDocument::Intern(const char* name, size_t length) 
       s.head = head;
       s.tail = tail;
       s.length = length;
-      s.name = new (where) KalUnicodeString(KalUnicodeString::Borrow(text, static_cast<int>(length)));
+      s.name =
+          new (where) KalUnicodeString(KalUnicodeString::Borrow(text, static_cast<int>(length)));
       ++_NbNames;
       return s.name;
     }

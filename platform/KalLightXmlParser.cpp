@@ -39,23 +39,6 @@ char Predefined(const std::string& name) {
   return 0;
 }
 
-// Trims and collapses blanks in place; returns the new length.
-size_t CollapseBlanks(char* text, size_t length) {
-  size_t out = 0;
-  bool blank = true;
-  for (size_t i = 0; i < length; ++i) {
-    if (text[i] == ' ') {
-      blank = true;
-      continue;
-    }
-    if (blank && out != 0) text[out++] = ' ';
-    blank = false;
-    text[out++] = text[i];
-  }
-  text[out] = '\0';
-  return out;
-}
-
 }  // namespace
 
 KalXmlBuilder::KalXmlBuilder(KalXmlDocument& document, KalLightXmlRootElement& root,
@@ -89,8 +72,8 @@ KalXmlBuilder::Entity* KalXmlBuilder::FindEntity(const std::string& name) {
 // Reads the reference at p ('&'). A character reference must be complete and name an
 // allowed character; "&" followed by anything but a name and ';' is no reference and stays
 // as written, as lenient readers keep it.
-KalXmlBuilder::Reference KalXmlBuilder::ReadReference(const char*& p, const char* end,
-                                                      uint32_t& cp, std::string& name) {
+KalXmlBuilder::Reference KalXmlBuilder::ReadReference(const char*& p, const char* end, uint32_t& cp,
+                                                      std::string& name) {
   const char* q = p + 1;
   if (q < end && *q == '#') {
     ++q;
@@ -101,10 +84,14 @@ KalXmlBuilder::Reference KalXmlBuilder::ReadReference(const char*& p, const char
     for (; q < end && *q != ';'; ++q) {
       int v;
       const char c = *q;
-      if (c >= '0' && c <= '9') v = c - '0';
-      else if (hex && c >= 'a' && c <= 'f') v = c - 'a' + 10;
-      else if (hex && c >= 'A' && c <= 'F') v = c - 'A' + 10;
-      else return Reference::kMalformed;
+      if (c >= '0' && c <= '9')
+        v = c - '0';
+      else if (hex && c >= 'a' && c <= 'f')
+        v = c - 'a' + 10;
+      else if (hex && c >= 'A' && c <= 'F')
+        v = c - 'A' + 10;
+      else
+        return Reference::kMalformed;
       value = value * (hex ? 16 : 10) + v;
       if (value > 0x10FFFF) return Reference::kMalformed;
     }
@@ -218,8 +205,7 @@ bool KalXmlBuilder::EndRun(bool closing) {
 
 // Finds the end of the character data at p (the next '<'), checking its characters on the
 // way; plain tells whether it can be kept as it is (no reference, carriage return or ']').
-bool KalXmlBuilder::CharacterData(const char* p, const char* end, const char*& stop,
-                                  bool& plain) {
+bool KalXmlBuilder::CharacterData(const char* p, const char* end, const char*& stop, bool& plain) {
   plain = true;
   for (;;) {
     p = kalxml::ScanText(p, end);
@@ -339,8 +325,7 @@ bool KalXmlBuilder::Cdata(const char* b, const char* e) {
 
 // Decodes an attribute value: references resolved, every white-space character a blank
 // (document text first folds "\r\n" into one), entities expanded recursively; '<' refused.
-bool KalXmlBuilder::DecodeAttribute(const char* b, const char* e, bool document,
-                                    std::string& out) {
+bool KalXmlBuilder::DecodeAttribute(const char* b, const char* e, bool document, std::string& out) {
   for (const char* q = b; q < e;) {
     const char* s = FindFirstOf<'&', '\r', '\n', '\t', '<'>(q, e);
     out.append(q, s);
@@ -418,7 +403,7 @@ bool KalXmlBuilder::ApplyDeclarations(const KalUnicodeString* type) {
     auto d = declarations.attributes.find(a.name);
     if (d == declarations.attributes.end()) continue;
     d->second.seen = element;
-    if (d->second.tokenized) a.length = CollapseBlanks(a.text, a.length);
+    if (d->second.tokenized) a.length = kalxml::CollapseBlanks(a.text, a.length);
   }
   for (const KalUnicodeString* name : declarations.defaults) {
     AttributeDeclaration& d = declarations.attributes.find(name)->second;

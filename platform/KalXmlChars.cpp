@@ -57,14 +57,14 @@ size_t CheckSequence(const char* text, const char* textEnd) {
   if (b >= 0xC2 && b <= 0xDF) return cont(1) ? 2 : 0;
   if (b >= 0xE0 && b <= 0xEF) {
     if (!cont(1) || !cont(2)) return 0;
-    if (b == 0xE0 && p[1] < 0xA0) return 0;  // overlong
-    if (b == 0xED && p[1] >= 0xA0) return 0;  // surrogate
+    if (b == 0xE0 && p[1] < 0xA0) return 0;                   // overlong
+    if (b == 0xED && p[1] >= 0xA0) return 0;                  // surrogate
     if (b == 0xEF && p[1] == 0xBF && p[2] >= 0xBE) return 0;  // U+FFFE, U+FFFF
     return 3;
   }
   if (b >= 0xF0 && b <= 0xF4) {
     if (!cont(1) || !cont(2) || !cont(3)) return 0;
-    if (b == 0xF0 && p[1] < 0x90) return 0;  // overlong
+    if (b == 0xF0 && p[1] < 0x90) return 0;   // overlong
     if (b == 0xF4 && p[1] >= 0x90) return 0;  // past U+10FFFF
     return 4;
   }
@@ -84,6 +84,22 @@ bool IsValidText(const char* p, const char* end) {
     }
   }
   return true;
+}
+
+size_t CollapseBlanks(char* text, size_t length) {
+  size_t out = 0;
+  bool blank = true;
+  for (size_t i = 0; i < length; ++i) {
+    if (text[i] == ' ') {
+      blank = true;
+      continue;
+    }
+    if (blank && out != 0) text[out++] = ' ';
+    blank = false;
+    text[out++] = text[i];
+  }
+  text[out] = '\0';
+  return out;
 }
 
 size_t EncodeUtf8(uint32_t cp, char* out) {
@@ -108,6 +124,5 @@ size_t EncodeUtf8(uint32_t cp, char* out) {
   out[3] = static_cast<char>(0x80 | (cp & 0x3F));
   return 4;
 }
-
 
 }  // namespace kalxml

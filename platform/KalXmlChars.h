@@ -35,6 +35,10 @@ inline bool IsForbiddenControl(char c) {
   return static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t' && c != '\r';
 }
 
+// Trims blanks and collapses their runs to one, in place (text[length] is written too, as
+// the new terminator); returns the new length.
+size_t CollapseBlanks(char* text, size_t length);
+
 // Appends the UTF-8 form of cp (at most 4 bytes) at out; returns the bytes written.
 size_t EncodeUtf8(uint32_t cp, char* out);
 inline void AppendUtf8(std::string& out, uint32_t cp) {
@@ -53,7 +57,10 @@ constexpr NameByteTable MakeNameByteTable() {
   for (int c = 0; c < 256; ++c) {
     const bool start = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':';
     const bool other = (c >= '0' && c <= '9') || c == '-' || c == '.';
-    t.bits[c] = c >= 0x80 ? kMultiByte : start ? (kNameStartByte | kNameByte) : other ? kNameByte : 0;
+    t.bits[c] = c >= 0x80 ? kMultiByte
+                : start   ? (kNameStartByte | kNameByte)
+                : other   ? kNameByte
+                          : 0;
   }
   return t;
 }
@@ -116,9 +123,9 @@ inline const char* ScanTo(const char* p, const char* end) {
       hit = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
     }
     if (kStop == Stop::kUncheckedText) {
-      hit = _mm_andnot_si128(
-          _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))),
-          hit);
+      hit = _mm_andnot_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')),
+                                          _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))),
+                             hit);
     }
     ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Cs)))), ...);
     const int bits = _mm_movemask_epi8(hit);

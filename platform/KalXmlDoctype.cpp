@@ -309,7 +309,8 @@ bool KalXmlBuilder::EntityDeclaration(const char*& p, const char* end) {
   if (p >= end || *p != '>') return false;
   ++p;
   if (!_DeclarationsStopped) {
-    (parameter ? _ParameterEntities : _Entities).emplace(std::string(name, nameEnd), std::move(entity));
+    (parameter ? _ParameterEntities : _Entities)
+        .emplace(std::string(name, nameEnd), std::move(entity));
   }
   return true;
 }
@@ -323,7 +324,7 @@ bool KalXmlBuilder::AttlistDeclaration(const char*& p, const char* end) {
   if (p == nullptr) return false;
   const char* elementEnd = p;
   static const char* const kTokenizedTypes[] = {"IDREFS", "IDREF",    "ID",     "ENTITIES",
-                                                 "ENTITY", "NMTOKENS", "NMTOKEN"};
+                                                "ENTITY", "NMTOKENS", "NMTOKEN"};
   for (;;) {
     const bool space = SkipSpace(p, end);
     if (p >= end) return false;
@@ -376,13 +377,8 @@ bool KalXmlBuilder::AttlistDeclaration(const char*& p, const char* end) {
       if (!Quoted(p, end, b, e)) return false;
       if (!DecodeAttribute(b, e, _EntityDepth == 0, declaration.value)) return false;
       if (tokenized) {
-        std::string collapsed;
-        for (char c : declaration.value) {
-          if (c == ' ' && (collapsed.empty() || collapsed.back() == ' ')) continue;
-          collapsed.push_back(c);
-        }
-        if (!collapsed.empty() && collapsed.back() == ' ') collapsed.pop_back();
-        declaration.value.swap(collapsed);
+        std::string& v = declaration.value;
+        v.resize(kalxml::CollapseBlanks(&v[0], v.size()));
       }
       declaration.hasDefault = true;
     }

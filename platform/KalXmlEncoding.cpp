@@ -35,8 +35,10 @@ const char* WideEncoding(const unsigned char* data, size_t size, size_t& skip) {
   skip = 0;
   if (Starts(data, size, "\x00\x00\x00<", 4)) return "UTF-32BE";
   if (Starts(data, size, "<\x00\x00\x00", 4)) return "UTF-32LE";
-  if (size >= 4 && data[0] == 0 && data[1] == '<' && data[2] == 0 && data[3] != 0) return "UTF-16BE";
-  if (size >= 4 && data[0] == '<' && data[1] == 0 && data[2] != 0 && data[3] == 0) return "UTF-16LE";
+  if (size >= 4 && data[0] == 0 && data[1] == '<' && data[2] == 0 && data[3] != 0)
+    return "UTF-16BE";
+  if (size >= 4 && data[0] == '<' && data[1] == 0 && data[2] != 0 && data[3] == 0)
+    return "UTF-16LE";
   return nullptr;
 }
 
