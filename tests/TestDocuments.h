@@ -6,7 +6,6 @@
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,7 +20,6 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   const std::string& Path() const { return _Path; }
-  // Path of a file inside the directory.
   std::string File(const std::string& name) const { return _Path + "/" + name; }
 
  private:
@@ -29,8 +27,7 @@ class TempDir {
 };
 
 struct Entry {
-  std::string name;
-  std::string content;
+  std::string name, content;
   bool deflate = true;  // false: stored
 };
 
@@ -40,15 +37,10 @@ void WriteArchive(const std::string& path, const std::vector<Entry>& entries);
 // any further entries.
 void WriteVorlaArchive(const std::string& path, const std::string& rootName,
                        const std::string& rootXml, const std::vector<Entry>& more = {});
-// The manifest text that names `rootName`.
-std::string ManifestXml(const std::string& rootName);
-// Writes bytes to a file; throws on failure.
-void WriteFile(const std::string& path, const std::string& content);
+std::string ManifestXml(const std::string& rootName);  // the manifest that names `rootName`
+void WriteFile(const std::string& path, const std::string& content);  // throws on failure
 std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
-
-// Peak resident memory of this process so far, in bytes.
-long PeakResidentBytes();
 
 // An HTTP/1.1 server on 127.0.0.1, port chosen by the system, one connection at a time, in
 // a thread of its own that stops with the object. Routes map a path ("/doc.vorla") to how
@@ -58,27 +50,23 @@ class HttpServer {
   struct Route {
     int status = 200;
     std::string body;
-    // When set, the response announces the whole body but the connection is closed after
-    // this many bytes of it.
-    long cutAfter = -1;
+    long cutAfter = -1;  // when set, the connection closes after this many bytes of the body
   };
   HttpServer();
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
   void Set(const std::string& path, const Route& route);
-  int Port() const { return _Port; }
   std::string Url(const std::string& path) const;
   int RequestCount() const { return _Requests.load(); }
 
  private:
   void Serve();
-  int _ListenFd = -1;
-  int _Port = 0;
+  int _ListenFd = -1, _Port = 0;
   std::atomic<bool> _Stop{false};
   std::atomic<int> _Requests{0};
   std::map<std::string, Route> _Routes;
-  std::unique_ptr<std::mutex> _pMutex;
+  std::mutex _Mutex;
   std::thread _Thread;
 };
 

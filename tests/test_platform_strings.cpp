@@ -29,28 +29,28 @@ TEST(KalUnicodeString, CopiesOfBorrowedTextOwnItAndChangesNeverWriteIntoIt) {
   EXPECT_EQ(appended + "|" + reassigned + "|" + emptied, "bocd|xy|");
 }
 
-TEST(KalUnicodeString, AssigningOrAppendingItsOwnTextAndGrowingKeepTheRightText) {
-  KalUnicodeString s("hello world");
+TEST(KalUnicodeString, OwnTextAssignedOrAppendedGrowthComparisonAndSubStringKeepEveryByte) {
+  KalUnicodeString s("hello world"), grown;
   s = s.ConvertToChar() + 6;   // "world"
   s += s.ConvertToChar() + 2;  // "worldrld"
   s += s;
   EXPECT_EQ(s, "worldrldworldrld");
-  KalUnicodeString grown;
   std::string expected;
   for (int i = 0; i < 1000; ++i) {
     grown += std::to_string(i).c_str();
     expected += std::to_string(i);
   }
   EXPECT_EQ(std::string(grown.ConvertToChar(), grown.GetLengthInChar()), expected);
-}
-
-TEST(KalUnicodeString, ComparisonCoversEveryByteIncludingEmbeddedNuls) {
   const KalUnicodeString withNul("ab\0c", 4);
+  s = "abcdef";
   EXPECT_NE(withNul, KalUnicodeString("ab\0d", 4));
   EXPECT_NE(withNul, "ab");
-  EXPECT_TRUE(KalUnicodeString("ab") < withNul);
-  EXPECT_TRUE(withNul < KalUnicodeString("ab\0d", 4));
   EXPECT_NE(KalUnicodeString("id"), "idx");
+  EXPECT_TRUE(KalUnicodeString("ab") < withNul && withNul < KalUnicodeString("ab\0d", 4));
+  EXPECT_EQ(withNul.SubString(1, 3), KalUnicodeString("b\0c", 3));
+  EXPECT_EQ(s.SubString(1, 3) + "|" + s.SubString(-2, 3) + "|" + s.SubString(2, -1) + "|" +
+                s.SubString(4, 10) + "|" + s.SubString(6, 1) + "|" + s.SubString(60, 2),
+            "bcd|abc||ef||");
 }
 
 TEST(KalUnicodeString, SearchForwardFromStartOrBackwardLeavingStartCharactersOff) {
@@ -60,41 +60,32 @@ TEST(KalUnicodeString, SearchForwardFromStartOrBackwardLeavingStartCharactersOff
   for (int start : {0, 2, 4}) backward.push_back(path.SearchSubString("/", start, 2));
   EXPECT_EQ(forward, (std::vector<int>{1, 1, 3, -1, -1}));
   EXPECT_EQ(backward, (std::vector<int>{3, 1, -1}));
-  const std::vector<int> found = {
-      path.SearchSubString("a/b/c/d", 0, 1), urn.SearchSubString("r", 2, 1),
-      urn.SearchSubString("VORLA", 5, 1),    twice.SearchSubString("bc", 0, 2),
-      twice.SearchSubString("bc", 1, 2),     twice.SearchSubString("abcabcabc", 0, 2)};
-  EXPECT_EQ(found, (std::vector<int>{-1, 10, -1, 4, 1, -1}));
+  EXPECT_EQ((std::vector<int>{path.SearchSubString("a/b/c/d", 0, 1), urn.SearchSubString("r", 2, 1),
+                              urn.SearchSubString("VORLA", 5, 1), twice.SearchSubString("bc", 0, 2),
+                              twice.SearchSubString("bc", 1, 2),
+                              twice.SearchSubString("abcabcabc", 0, 2)}),
+            (std::vector<int>{-1, 10, -1, 4, 1, -1}));
 }
 
-TEST(KalUnicodeString, SubStringClampsInsteadOfFailing) {
-  const KalUnicodeString s("abcdef");
-  EXPECT_EQ(s.SubString(1, 3) + "|" + s.SubString(-2, 3) + "|" + s.SubString(2, -1) + "|" +
-                s.SubString(4, 10) + "|" + s.SubString(6, 1) + "|" + s.SubString(60, 2),
-            "bcd|abc||ef||");
-  EXPECT_EQ(KalUnicodeString("x\0yz", 4).SubString(0, 3), KalUnicodeString("x\0y", 3));
-}
-
-// Converts `text` into an output that held 99: whether that succeeded, and the output.
+// The result of converting `text` into an output that held 99, and the output.
 template <typename T>
-std::pair<bool, T> Convert(const char* text, const char* format) {
+std::pair<int, T> Convert(const char* text, const char* format) {
   T value = 99;
-  const bool ok = KalUnicodeString(text).ConvertToNum(&value, format) >= 0;
-  return {ok, value};
+  return {KalUnicodeString(text).ConvertToNum(&value, format), value};
 }
 
 TEST(KalUnicodeString, ConvertToNumReadsEachFormatAndLeavesTheOutputAloneOnFailure) {
-  EXPECT_EQ(Convert<int>(" 12abc", "%d"), std::make_pair(true, 12));
-  EXPECT_EQ(Convert<int>("-42", "%d"), std::make_pair(true, -42));
-  EXPECT_EQ(Convert<int>("0x1F", "%d"), std::make_pair(true, 0));
-  EXPECT_EQ(Convert<unsigned int>("-1", "%u"), std::make_pair(true, 4294967295u));
-  EXPECT_EQ(Convert<double>(" -0.25 rest", "%le"), std::make_pair(true, -0.25));
-  EXPECT_EQ(Convert<double>("3.14159", "%.2le"), std::make_pair(true, 3.14159))
+  EXPECT_EQ(Convert<int>(" 12abc", "%d"), std::make_pair(1, 12));
+  EXPECT_EQ(Convert<int>("-42", "%d"), std::make_pair(1, -42));
+  EXPECT_EQ(Convert<int>("0x1F", "%d"), std::make_pair(1, 0));
+  EXPECT_EQ(Convert<unsigned int>("-1", "%u"), std::make_pair(1, 4294967295u));
+  EXPECT_EQ(Convert<double>(" -0.25 rest", "%le"), std::make_pair(1, -0.25));
+  EXPECT_EQ(Convert<double>("3.14159", "%.2le"), std::make_pair(1, 3.14159))
       << "the precision does not round what is read";
   for (const char* text : {"abc", "", "   ", "-", "+x"}) {
-    EXPECT_EQ(Convert<int>(text, "%d"), std::make_pair(false, 99)) << text;
-    EXPECT_EQ(Convert<unsigned int>(text, "%u"), std::make_pair(false, 99u)) << text;
-    EXPECT_EQ(Convert<double>(text, "%le"), std::make_pair(false, 99.0)) << text;
+    EXPECT_EQ(Convert<int>(text, "%d"), std::make_pair(-1, 99)) << text;
+    EXPECT_EQ(Convert<unsigned int>(text, "%u"), std::make_pair(-1, 99u)) << text;
+    EXPECT_EQ(Convert<double>(text, "%le"), std::make_pair(-1, 99.0)) << text;
   }
 }
 
