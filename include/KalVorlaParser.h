@@ -101,10 +101,67 @@ class KalVorlaParser : public KalBaseUnknown {
                                unsigned char& isLocal, KalUnicodeString& id,
                                KalUnicodeString& fileName);
 
+  // Instances and references. The matrix arrays are new[] arrays the caller releases with
+  // delete[] whenever the output is not null, failures included.
+  HRESULT GetReference3DFromInstance3D(int instanceId, KalLightXmlElementItf** reference);
+  // For a reference in another file: a null element, that file's path and the reference's
+  // id in it. For a local one: the element, an empty path and -1.
+  HRESULT GetReference3DFromInstance3D(int instanceId, KalLightXmlElementItf** reference,
+                                       KalUnicodeString& fileName, int& referenceId);
+  // Empties `instances`, then fills it with the reference's Instance3D elements in ascending
+  // order of their ids.
+  HRESULT GetInstancesFromReference3D(int referenceId, KalRawCollPV* instances);
+  HRESULT GetEntityLocalID(KalLightXmlElementItf* element, int& id);
+  HRESULT GetEntityLocalID(KalLightXmlElementItf* element, KalUnicodeString& id);
+  HRESULT GetEntityName(KalLightXmlElementItf* element, KalUnicodeString& name);
+  HRESULT GetInstanceMatrix(KalLightXmlElementItf* instance, float** matrix);
+  HRESULT GetInstanceMatrix(KalLightXmlElementItf* instance, double** matrix);
+
+  // Representation navigation. The collections are appended to, never emptied.
+  HRESULT GetRepresentationDocType(KalLightXmlElementItf* repFormat, KalUnicodeString& docType);
+  HRESULT GetRepresentationUrn(KalLightXmlElementItf* repFormat, KalUnicodeString& urn);
+  HRESULT GetRepInstancesFromReference3D(KalLightXmlElementItf* reference,
+                                         KalRawCollPV* repInstances);
+  HRESULT GetReferenceRepFromInstanceRep(KalLightXmlElementItf* repInstance,
+                                         KalLightXmlElementItf** repReference,
+                                         KalUnicodeString& path, int& repReferenceId);
+  HRESULT GetRepFormatsFromRepReference(KalLightXmlElementItf* repReference,
+                                        KalRawCollPV* repFormats);
+  // A representation in another file comes back as a copy the caller deletes, with the
+  // result kVorlaCopyMode.
+  HRESULT GetRepresentationFromRepFormat(KalLightXmlElementItf* repFormat,
+                                         KalLightXmlElementItf** representation);
+
+  // Representation locations and lookups by id. kVorlaLocationLocal gives the local id as
+  // text, kVorlaLocationExternal a file name. The lookups give S_FALSE when nothing matches;
+  // with mode kVorlaCopyMode they hand out a copy the caller deletes and return that mode.
+  HRESULT GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat,
+                                      KalUnicodeString& location);
+  HRESULT GetRepresentationNode(unsigned int id, KalLightXmlElementItf** representation);
+  HRESULT GetRepresentationNodeFromId(unsigned int id, KalLightXmlElementItf** representation,
+                                      long mode);
+  HRESULT GetTechRepNodeFromId(unsigned int id, KalLightXmlElementItf** techRep, long mode);
+
+  // Geometry buffers: the bytes of a representation and their document type tag. The
+  // buffer is a new[] array the caller releases with delete[]. kVorlaFormatNotSupported
+  // for a format or version this library does not read; S_OK with the buffer unwritten when
+  // no representation matches.
+  HRESULT GetGeometricRepresentationBuffer(KalLightXmlElementItf* repFormat, char** buffer,
+                                           unsigned int& size, KalUnicodeString& format);
+  HRESULT GetRepBufferFromUrn(const KalUnicodeString& urn, char** buffer, unsigned int& size,
+                              KalUnicodeString& format);
+  HRESULT GetBufferFromGeometricRepresentationID(const KalUnicodeString& id, char*& buffer,
+                                                 unsigned int& size, KalUnicodeString& format);
+
  private:
   friend struct KalVorlaParserInspector;  // white-box access for the library's own tests
 
   static KalMetaClass* meta_object;
+
+  // Where a file named by an external URN is: beside this document for a relative name
+  // when no archive is open; otherwise the name itself (an absolute path, or an entry of
+  // the open archive).
+  KalUnicodeString PathOfOtherFile(const KalUnicodeString& fileName) const;
 
   // The one archive open for the whole process, and its table of contents.
   static KalSysZipFile* _pZipFile;

@@ -12,6 +12,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "KalLightXml.h"
+
 namespace kaltest {
 
 namespace {
@@ -58,6 +60,14 @@ void WriteArchive(const std::string& path, const std::vector<Entry>& entries) {
     }
   }
   if (zip_close(archive) != 0) Fail("cannot write " + path);
+}
+
+std::unique_ptr<KalLightXmlElementItf> ParseXml(const std::string& xml) {
+  std::unique_ptr<KalLightXmlElementItf> root(KalLightXmlElementFactory().CreateElement());
+  KalLightXmlInputStreamBuffer input(reinterpret_cast<const unsigned char*>(xml.data()),
+                                     static_cast<int>(xml.size()));
+  if (KalLightXmlParser().Parse(input, *root) != 1) Fail("not well-formed: " + xml);
+  return root;
 }
 
 std::string ManifestXml(const std::string& rootName) {

@@ -5,10 +5,14 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
+
+#include "KalLightXmlElementItf.h"
 
 namespace kaltest {
 
@@ -68,6 +72,50 @@ class HttpServer {
   std::map<std::string, Route> _Routes;
   std::mutex _Mutex;
   std::thread _Thread;
+};
+
+inline std::string Str(const KalUnicodeString& s) { return s.ConvertToChar(); }
+
+// The "name" attribute of an element; "<null>" for no element.
+inline std::string NameOf(const KalLightXmlElementItf* e) {
+  return e == nullptr ? "<null>" : Str(e->GetAttribute("name"));
+}
+
+// A Vorla root document: a header with the given schema version, then `body`.
+inline std::string VorlaXml(const std::string& body, const std::string& version = "1.0") {
+  return "<Model><Header><SchemaVersion>" + version + "</SchemaVersion></Header>" + body +
+         "</Model>";
+}
+
+// The document element of `xml` parsed by the platform's reader; throws when it is refused.
+std::unique_ptr<KalLightXmlElementItf> ParseXml(const std::string& xml);
+
+// An element made by hand, with a name, a type attribute and an id. Children may be null,
+// which a parsed document never yields.
+class FakeElement : public KalLightXmlElementItf {
+ public:
+  explicit FakeElement(const char* tag = "Fake", std::vector<KalLightXmlElementItf*> children = {},
+                       const char* name = "", const char* type = "", const char* value = "",
+                       const char* id = "")
+      : _Tag(tag), _Name(name), _Type(type), _Value(value), _Id(id), _Children(std::move(children)) {}
+  int CopyFrom(const KalLightXmlElementItf*) override { return 0; }
+  // The cursor is the 1-based index of the next child.
+  KalPosition GetHeadPosition() const override { return _Children.empty() ? nullptr : At(1); }
+  KalLightXmlElementItf* GetNextChild(KalPosition& cursor) const override {
+    const size_t next = reinterpret_cast<size_t>(cursor);
+    cursor = next < _Children.size() ? At(next + 1) : nullptr;
+    return _Children[next - 1];
+  }
+  const KalUnicodeString& GetType() const override { return _Tag; }
+  const KalUnicodeString& GetAttribute(const KalUnicodeString& a) const override {
+    return a == "name" ? _Name : a == "xsi:type" ? _Type : a == "id" ? _Id : KalUnicodeString::Empty();
+  }
+  const KalUnicodeString& GetValue() const override { return _Value; }
+
+ private:
+  static KalPosition At(size_t n) { return reinterpret_cast<KalPosition>(n); }
+  KalUnicodeString _Tag, _Name, _Type, _Value, _Id;
+  std::vector<KalLightXmlElementItf*> _Children;
 };
 
 // A port on 127.0.0.1 on which nothing listens (a connection to it is refused).

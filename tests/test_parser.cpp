@@ -21,13 +21,10 @@
 namespace {
 
 using P = KalVorlaParser;
-
-std::string Str(const KalUnicodeString& s) { return s.ConvertToChar(); }
-
-// The "name" attribute of an element; "<null>" for no element.
-std::string NameOf(const KalLightXmlElementItf* e) {
-  return e == nullptr ? "<null>" : Str(e->GetAttribute("name"));
-}
+using kaltest::FakeElement;
+using kaltest::NameOf;
+using kaltest::Str;
+using kaltest::VorlaXml;
 
 std::vector<int> Ints(const KalRawCollint& collection) {
   std::vector<int> ints;
@@ -68,39 +65,6 @@ struct KalVorlaParserInspector {
 namespace {
 
 using Inspector = KalVorlaParserInspector;
-
-// An element made by hand, with a name and a type attribute. Children may be null, which a
-// parsed document never yields.
-class FakeElement : public KalLightXmlElementItf {
- public:
-  explicit FakeElement(const char* tag = "Fake", std::vector<KalLightXmlElementItf*> children = {},
-                       const char* name = "", const char* type = "", const char* value = "")
-      : _Tag(tag), _Name(name), _Type(type), _Value(value), _Children(std::move(children)) {}
-  int CopyFrom(const KalLightXmlElementItf*) override { return 0; }
-  // The cursor is the 1-based index of the next child.
-  KalPosition GetHeadPosition() const override { return _Children.empty() ? nullptr : At(1); }
-  KalLightXmlElementItf* GetNextChild(KalPosition& cursor) const override {
-    const size_t next = reinterpret_cast<size_t>(cursor);
-    cursor = next < _Children.size() ? At(next + 1) : nullptr;
-    return _Children[next - 1];
-  }
-  const KalUnicodeString& GetType() const override { return _Tag; }
-  const KalUnicodeString& GetAttribute(const KalUnicodeString& a) const override {
-    return a == "name" ? _Name : a == "xsi:type" ? _Type : KalUnicodeString::Empty();
-  }
-  const KalUnicodeString& GetValue() const override { return _Value; }
-
- private:
-  static KalPosition At(size_t n) { return reinterpret_cast<KalPosition>(n); }
-  KalUnicodeString _Tag, _Name, _Type, _Value;
-  std::vector<KalLightXmlElementItf*> _Children;
-};
-
-// A Vorla root document: a header with the given schema version, then `body`.
-std::string VorlaXml(const std::string& body, const std::string& version = "1.0") {
-  return "<Model><Header><SchemaVersion>" + version + "</SchemaVersion></Header>" + body +
-         "</Model>";
-}
 
 // A document whose root reference carries `name`, so a test can tell which file it loaded.
 std::string Doc(const std::string& name, const std::string& version = "1.0") {

@@ -33,6 +33,17 @@ WalkEnd WalkChildren(const KalLightXmlElementItf* parent, NullChild policy, Visi
   return WalkEnd::kExhausted;
 }
 
+// The first direct child of `parent` tagged `tag`: kStopped with `found` set, or how the
+// walk ended without it (null children fail the walk).
+inline WalkEnd FindChildByTag(const KalLightXmlElementItf* parent, const KalUnicodeString& tag,
+                              KalLightXmlElementItf*& found) {
+  return WalkChildren(parent, NullChild::kFail, [&](KalLightXmlElementItf* child) {
+    if (child->GetType() != tag) return false;
+    found = child;
+    return true;
+  });
+}
+
 // The text after the first ":" of a tag (the whole tag when it has none).
 KalUnicodeString LocalName(const KalUnicodeString& tag);
 

@@ -34,12 +34,7 @@ HRESULT KalVorlaParser::GetVorlaChildNodeFromName(KalLightXmlElementItf* parent,
                                                   KalLightXmlElementItf** child) {
   if (parent == nullptr || child == nullptr) return E_FAIL;
   *child = nullptr;
-  WalkEnd end = WalkChildren(parent, NullChild::kFail, [&](KalLightXmlElementItf* c) {
-    if (c->GetType() != name) return false;
-    *child = c;
-    return true;
-  });
-  switch (end) {
+  switch (kalvorla::FindChildByTag(parent, name, *child)) {
     case WalkEnd::kStopped: return S_OK;
     case WalkEnd::kExhausted: return S_FALSE;
     default: return E_FAIL;  // unlike the search by type, a childless parent is a failure

@@ -4,7 +4,7 @@
 
 #include "ChildWalk.h"
 #include "KalFormatConstants.h"
-#include "KalHashTable.h"
+#include "IdTables.h"
 #include "KalVorlaParser.h"
 
 using kalvorla::NullChild;
@@ -12,12 +12,6 @@ using kalvorla::WalkChildren;
 using kalvorla::WalkEnd;
 
 namespace {
-
-KalVorlaReferenceAndChild* FindReference(KalHashTable* table, int id) {
-  KalVorlaReferenceAndChild probe;
-  probe.id = id;
-  return static_cast<KalVorlaReferenceAndChild*>(table->Locate(&probe));
-}
 
 // Stores a new record, or deletes it when the table will not take it. False when the record
 // could not be allocated.
@@ -54,7 +48,7 @@ HRESULT KalVorlaParser::RetrieveRootReferenceNode() {
     int parentId = 0;
     // Without a parent number there is no reference to link to.
     if (text.ConvertToNum(&parentId, "%d") < 0) return;
-    KalVorlaReferenceAndChild* parent = FindReference(_pReferenceTable, parentId);
+    KalVorlaReferenceAndChild* parent = kalvorla::FindReferenceRecord(_pReferenceTable, parentId);
     if (parent == nullptr) {
       parent = AddRecord<KalVorlaReferenceAndChild>(_pReferenceTable, nullptr, parentId);
       if (parent == nullptr) {
@@ -80,7 +74,7 @@ HRESULT KalVorlaParser::RetrieveRootReferenceNode() {
     idText.ConvertToNum(&id, "%d");
     if (type == REFERENCE_3D_TYPE_S) {
       if (id == rootId) _pRootReferenceNode = child;
-      KalVorlaReferenceAndChild* record = FindReference(_pReferenceTable, id);
+      KalVorlaReferenceAndChild* record = kalvorla::FindReferenceRecord(_pReferenceTable, id);
       if (record != nullptr) {
         record->node = child;
       } else if (AddRecord<KalVorlaReferenceAndChild>(_pReferenceTable, child, id) == nullptr) {

@@ -1,5 +1,5 @@
 // Splitting "urn:VORLA:" strings into kind, locality, id and file name.
-#include "KalVorlaParser.h"
+#include "UrnParsing.h"
 
 namespace {
 
@@ -40,13 +40,21 @@ bool SplitUrn(const KalUnicodeString& urn, KalVorlaUrnType& type, unsigned char&
 
 }  // namespace
 
+HRESULT kalvorla::ExtractUrn(const KalUnicodeString& urn, KalVorlaUrnType& type,
+                             unsigned char& isLocal, int& id, bool& idSet,
+                             KalUnicodeString& fileName) {
+  KalUnicodeString idText;
+  idSet = false;
+  if (!SplitUrn(urn, type, isLocal, idText, fileName)) return E_FAIL;
+  idSet = idText.ConvertToNum(&id, "%d") >= 0;
+  return S_OK;
+}
+
 HRESULT KalVorlaParser::ExtractVorlaUrnDatas(const KalUnicodeString& urn, KalVorlaUrnType& type,
                                              unsigned char& isLocal, int& id,
                                              KalUnicodeString& fileName) {
-  KalUnicodeString idText;
-  if (!SplitUrn(urn, type, isLocal, idText, fileName)) return E_FAIL;
-  idText.ConvertToNum(&id, "%d");
-  return S_OK;
+  bool idSet = false;
+  return kalvorla::ExtractUrn(urn, type, isLocal, id, idSet, fileName);
 }
 
 HRESULT KalVorlaParser::ExtractVorlaUrnDatas(const KalUnicodeString& urn, KalVorlaUrnType& type,

@@ -1,0 +1,123 @@
+// The bytes of a geometric representation: base64 data decoded, or tessellation XML turned
+// into a Qsr buffer.
+#include "KalCodePage.h"
+#include "KalFormatConstants.h"
+#include "KalViz.h"
+#include "loading/ArchiveEntry.h"
+#include "loading/ChildWalk.h"
+#include "representation/UrnParsing.h"
+
+using kalvorla::NullChild;
+using kalvorla::WalkChildren;
+using kalvorla::WalkEnd;
+
+namespace {
+
+const char kAssociatedXmlTag[] = "AssociatedXML";
+const char kDocTypeTg1[] = "REP_DOC_TYPE_TG1";
+const char kDocTypeTg2[] = "REP_DOC_TYPE_TG2";
+const char kDocTypeEg1[] = "REP_DOC_TYPE_EG1";
+constexpr KalSettingQsr kQsrEverything = kQsrFaces | kQsrNormals | kQsrPolylines;
+constexpr int kTessellationXml = 0;
+
+// The document type tag of a representation's format and version; null when this library
+// does not read it.
+const char* DocumentType(const KalLightXmlElementItf& representation) {
+  const KalUnicodeString& format = representation.GetAttribute(FORMAT_S);
+  int major = 0, minor = 0;
+  kalvorla::SplitVersion(representation.GetAttribute(VERSION_S), major, minor);
+  if (format == EXACT_S && major == 1 && minor <= 1) return kDocTypeEg1;
+  if (format == TESSELLATED_S && major == 1 && minor < 2) return kDocTypeTg1;
+  if (format == TESSELLATED_S && major == 2 && minor <= 1) return kDocTypeTg2;
+  return nullptr;
+}
+
+// The tessellation of `representation` as a Qsr buffer; null (size 0) when it cannot be read.
+void TessellationToQsr(const KalLightXmlElementItf& representation, char*& buffer,
+                       unsigned int& size) {
+  KalVizXMLStreamOptions options(kTessellationXml);
+  KalRep* rep = nullptr;
+  KalReadXML(representation, options, rep);
+  char* data = nullptr;
+  int length = 0;
+  KalWriteQsr(rep, data, length, kQsrEverything, nullptr, 0);
+  if (rep != nullptr) rep->Release();
+  buffer = data;
+  size = static_cast<unsigned int>(length);
+}
+
+}  // namespace
+
+HRESULT KalVorlaParser::GetGeometricRepresentationBuffer(KalLightXmlElementItf* repFormat,
+                                                         char** buffer, unsigned int& size,
+                                                         KalUnicodeString& format) {
+  size = 0;
+  if (repFormat == nullptr || buffer == nullptr) return kVorlaBadArguments;
+  KalUnicodeString urn;
+  if (FAILED(GetRepresentationUrn(repFormat, urn))) return E_FAIL;
+  return GetRepBufferFromUrn(urn, buffer, size, format);
+}
+
+HRESULT KalVorlaParser::GetRepBufferFromUrn(const KalUnicodeString& urn, char** buffer,
+                                            unsigned int& size, KalUnicodeString& format) {
+  if (buffer == nullptr) return E_FAIL;
+  // Preset to a kind no URN yields, so a text without the URN prefix fails below.
+  auto type = static_cast<KalVorlaUrnType>(-1);
+  unsigned char isLocal = 0;
+  KalUnicodeString id, fileName;
+  ExtractVorlaUrnDatas(urn, type, isLocal, id, fileName);
+  if (type != KalVorlaUrnRepresentation) return E_FAIL;
+  if (isLocal == 1) return GetBufferFromGeometricRepresentationID(id, *buffer, size, format);
+  KalVorlaParser other;
+  other.InitParsing(PathOfOtherFile(fileName));
+  return other.GetBufferFromGeometricRepresentationID(id, *buffer, size, format);
+}
+
+HRESULT KalVorlaParser::GetBufferFromGeometricRepresentationID(const KalUnicodeString& id,
+                                                               char*& buffer,
+                                                               unsigned int& size,
+                                                               KalUnicodeString& format) {
+  if (_pGeometricRepresentationSetNode == nullptr) return E_FAIL;
+  // A later data child, or a later representation with the same id, replaces what an
+  // earlier one gave; what this call made and then replaced is released, never what the
+  // caller passed in.
+  char* made = nullptr;
+  const auto replace = [&](char* data, unsigned int length) {
+    delete[] made;
+    made = data;
+    buffer = data;
+    size = length;
+  };
+  HRESULT result = S_OK;
+  const WalkEnd end = WalkChildren(
+      _pGeometricRepresentationSetNode, NullChild::kFail, [&](KalLightXmlElementItf* rep) {
+        if (rep->GetAttribute(ID_S) != id) return false;
+        const char* docType = DocumentType(*rep);
+        if (docType == nullptr) {
+          result = kVorlaFormatNotSupported;
+          return true;
+        }
+        format = docType;
+        const WalkEnd data = WalkChildren(rep, NullChild::kFail, [&](KalLightXmlElementItf* c) {
+          if (c->GetType() == ASSOCIATED_DATA_S) {
+            unsigned char* bytes = nullptr;
+            unsigned int length = 0;
+            // Text that is not base64 gives no buffer, and still ends the search.
+            KalCodePage::ConvertFromBase64(c->GetValue().ConvertToChar(), bytes, length);
+            replace(reinterpret_cast<char*>(bytes), length);
+            return true;
+          }
+          if (c->GetType() == kAssociatedXmlTag) {
+            char* qsr = nullptr;
+            unsigned int length = 0;
+            TessellationToQsr(*rep, qsr, length);
+            replace(qsr, length);
+          }
+          return false;
+        });
+        if (data == WalkEnd::kNullChild) result = E_FAIL;
+        return data == WalkEnd::kNullChild || data == WalkEnd::kStopped;
+      });
+  if (end == WalkEnd::kNullChild) return E_FAIL;
+  return result;
+}

@@ -1,0 +1,112 @@
+// Where a representation lives, and the representation elements found by id.
+#include "KalFormatConstants.h"
+#include "KalLightXml.h"
+#include "KalVorlaParser.h"
+#include "loading/ChildWalk.h"
+
+using kalvorla::NullChild;
+using kalvorla::WalkChildren;
+using kalvorla::WalkEnd;
+
+namespace {
+
+const char kRepresentationKind[] = "Representation:";
+const char kLocalLocality[] = "loc";
+constexpr int kPrefixLength = 2;  // "./" or ".\"
+
+// The first direct child of `container` whose id, read as unsigned ("%u", 0 when it does not
+// convert), equals `id`. The one scan behind both lookups by id.
+HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlElementItf** out,
+                 long mode) {
+  if (out == nullptr || container == nullptr) return E_FAIL;
+  KalLightXmlElementItf* match = nullptr;
+  const WalkEnd end = WalkChildren(container, NullChild::kFail, [&](KalLightXmlElementItf* c) {
+    unsigned int value = 0;
+    c->GetAttribute(ID_S).ConvertToNum(&value, "%u");
+    if (value != id) return false;
+    match = c;
+    return true;
+  });
+  if (end == WalkEnd::kNullChild) return E_FAIL;
+  if (end != WalkEnd::kStopped) return S_FALSE;
+  if (mode != kVorlaCopyMode) {
+    *out = match;
+    return static_cast<HRESULT>(mode);
+  }
+  // A copy independent of this tree, so it outlives the parser that found it.
+  KalLightXmlElementFactory factory;
+  KalLightXmlElementItf* copy = factory.CreateElement();
+  if (copy == nullptr || copy->CopyFrom(match) == 0) {
+    delete copy;
+    return E_OUTOFMEMORY;
+  }
+  *out = copy;
+  return kVorlaCopyMode;
+}
+
+}  // namespace
+
+HRESULT KalVorlaParser::GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat,
+                                                    KalUnicodeString& location) {
+  if (repFormat == nullptr) return E_FAIL;
+  KalUnicodeString urn;
+  if (FAILED(GetRepresentationUrn(repFormat, urn))) return E_FAIL;
+  // Without the kind, the cut starts at the URN's first colon all the same.
+  const int kind = urn.SearchSubString(kRepresentationKind, 0, 1);
+  const int c1 = urn.SearchSubString(":", kind + 1, 1);
+  const int c2 = urn.SearchSubString(":", c1 + 1, 1);
+  const KalUnicodeString locality = urn.SubString(c1 + 1, c2 - c1 - 1);
+  location = urn.SubString(c2 + 1, urn.GetLengthInChar() - (c2 + 1));
+  if (locality == kLocalLocality) return kVorlaLocationLocal;
+
+  const bool prefixed =
+      location.SearchSubString("./", 0, 1) == 0 || location.SearchSubString(".\\", 0, 1) == 0;
+  if (!prefixed || _pZippedFiles == nullptr) return kVorlaLocationExternal;
+  // The prefix goes only when the file is an entry of the open archive.
+  const int slash = location.SearchSubString("/", 0, 2);
+  const KalUnicodeString name =
+      location.SubString(slash + 1, location.GetLengthInChar() - (slash + 1));
+  for (unsigned int i = 0; i < _NbZippedFiles; ++i) {
+    if (_pZippedFiles[i] == name) {
+      location = location.SubString(kPrefixLength, location.GetLengthInChar() - kPrefixLength);
+      break;
+    }
+  }
+  return kVorlaLocationExternal;
+}
+
+HRESULT KalVorlaParser::GetRepresentationNode(unsigned int id,
+                                              KalLightXmlElementItf** representation) {
+  if (_pGeometricRepresentationSetNode == nullptr || representation == nullptr) return E_FAIL;
+  // Read as signed ("%d"); a child whose id does not convert is taken to carry the last id
+  // read before it, and before any is read it matches nothing.
+  int value = 0;
+  bool valueRead = false;
+  const WalkEnd end = WalkChildren(_pGeometricRepresentationSetNode, NullChild::kFail,
+                                   [&](KalLightXmlElementItf* c) {
+                                     if (c->GetAttribute(ID_S).ConvertToNum(&value, "%d") >= 0) {
+                                       valueRead = true;
+                                     }
+                                     if (!valueRead || static_cast<unsigned int>(value) != id) {
+                                       return false;
+                                     }
+                                     *representation = c;
+                                     return true;
+                                   });
+  switch (end) {
+    case WalkEnd::kStopped: return S_OK;
+    case WalkEnd::kNullChild: return E_FAIL;
+    default: return S_FALSE;
+  }
+}
+
+HRESULT KalVorlaParser::GetRepresentationNodeFromId(unsigned int id,
+                                                    KalLightXmlElementItf** representation,
+                                                    long mode) {
+  return FindById(_pGeometricRepresentationSetNode, id, representation, mode);
+}
+
+HRESULT KalVorlaParser::GetTechRepNodeFromId(unsigned int id, KalLightXmlElementItf** techRep,
+                                             long mode) {
+  return FindById(_pSpecificExtensionSetNode, id, techRep, mode);
+}
