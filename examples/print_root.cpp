@@ -59,8 +59,9 @@ void PrintReference(KalVorlaParser& parser, KalLightXmlElementItf* reference, in
     auto* instance = static_cast<KalLightXmlElementItf*>(instances[i]);
     double* matrix = nullptr;
     parser.GetInstanceMatrix(instance, &matrix);
-    std::printf("%s  instance \"%s\" at (%g, %g, %g)\n", indent.c_str(), Name(parser, instance).c_str(),
-                matrix ? matrix[9] : 0.0, matrix ? matrix[10] : 0.0, matrix ? matrix[11] : 0.0);
+    std::printf("%s  instance \"%s\" at (%g, %g, %g)\n", indent.c_str(),
+                Name(parser, instance).c_str(), matrix ? matrix[9] : 0.0, matrix ? matrix[10] : 0.0,
+                matrix ? matrix[11] : 0.0);
     delete[] matrix;
     int instanceId = -1;
     parser.GetEntityLocalID(instance, instanceId);

@@ -23,7 +23,8 @@ class KalListPtrKalLightXmlElementItf : public KalRawCollPV {
   void RemoveDuplicates(KalListPtrKalLightXmlElementItf* removed);
   static int Compare(const KalListPtrKalLightXmlElementItf& a,
                      const KalListPtrKalLightXmlElementItf& b,
-                     int (*compare)(KalLightXmlElementItf*, const KalListPtrKalLightXmlElementItf&));
+                     int (*compare)(KalLightXmlElementItf*,
+                                    const KalListPtrKalLightXmlElementItf&));
 };
 
 #endif

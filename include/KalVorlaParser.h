@@ -135,8 +135,7 @@ class KalVorlaParser : public KalBaseUnknown {
   // Representation locations and lookups by id. kVorlaLocationLocal gives the local id as
   // text, kVorlaLocationExternal a file name. The lookups give S_FALSE when nothing matches;
   // with mode kVorlaCopyMode they hand out a copy the caller deletes and return that mode.
-  HRESULT GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat,
-                                      KalUnicodeString& location);
+  HRESULT GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat, KalUnicodeString& location);
   HRESULT GetRepresentationNode(unsigned int id, KalLightXmlElementItf** representation);
   HRESULT GetRepresentationNodeFromId(unsigned int id, KalLightXmlElementItf** representation,
                                       long mode);
@@ -152,6 +151,47 @@ class KalVorlaParser : public KalBaseUnknown {
                               KalUnicodeString& format);
   HRESULT GetBufferFromGeometricRepresentationID(const KalUnicodeString& id, char*& buffer,
                                                  unsigned int& size, KalUnicodeString& format);
+
+  // Graphic properties. Positive codes say what was found (include/KalVorlaResultCodes.h).
+  HRESULT GetGraphicPropertiesNode(KalLightXmlElementItf* node,
+                                   KalLightXmlElementItf** graphicProperties);
+  HRESULT GetSurfaceAttributesElement(KalLightXmlElementItf* graphicProperties,
+                                      KalLightXmlElementItf** element);
+  // lineType: 1 SOLID, 2 DOTTED, 3 DASHED, 4 DOT-DASHED, 5 PHANTOM, 6 SMALL-DOTTED,
+  // 7 JIS-AXIS, 0xFFFFFFFF anything else. The colour outputs are left as the caller set them.
+  HRESULT GetLineAttributes(KalLightXmlElementItf* graphicProperties, double& red, double& green,
+                            double& blue, unsigned int& lineType, float& thickness);
+  HRESULT GetBehaviourAttributes(KalLightXmlElementItf* graphicProperties, unsigned char& visible,
+                                 unsigned char& selectable);
+  HRESULT GetGraphicMaterialNode(unsigned int materialId, KalLightXmlElementItf** material);
+  HRESULT GetColor(KalLightXmlElementItf* color, double& red, double& green, double& blue,
+                   double& alpha);
+
+  // Views and viewpoints. GetAlternateViewList (the default view's id 0 first) must come
+  // before GetAlternateView. The viewpoint arrays are new[] arrays the caller releases with
+  // delete[] whenever written, failures included; outputs without data are left unwritten.
+  HRESULT GetAlternateViewList(KalRawCollint& viewIds);
+  HRESULT GetAlternateView(int viewId, KalLightXmlElementItf** view, KalUnicodeString& name,
+                           KalUnicodeString& description);
+  HRESULT GetAlternateViewViewpoint(KalLightXmlElementItf* view, KalLightXmlElementItf** viewpoint);
+  HRESULT GetCustomViewpointData(KalLightXmlElementItf* viewpoint, float** viewMatrix,
+                                 float** projectionMatrix);
+  HRESULT GetConicViewpointData(KalLightXmlElementItf* viewpoint, float** position, float** sight,
+                                float** right, float** up, float& targetDistance,
+                                float& nearPlaneDistance, float& farPlaneDistance,
+                                float& fieldOfView);
+  HRESULT GetCylindricViewpointData(KalLightXmlElementItf* viewpoint, float** position,
+                                    float** sight, float** right, float** up, float& targetDistance,
+                                    float& nearPlaneDistance, float& farPlaneDistance,
+                                    float& visualizedHeight);
+
+  // View properties: per-occurrence overrides of a view.
+  HRESULT GetOccurenceIdList(KalLightXmlElementItf* view, KalRawCollint& occurrenceIds);
+  HRESULT GetAlternateViewProperty(KalLightXmlElementItf* view, int occurrenceId,
+                                   KalLightXmlElementItf** property);
+  HRESULT GetAlternateViewPropertyData(KalLightXmlElementItf* property, double** relativePosition,
+                                       KalLightXmlElementItf** graphicProperties,
+                                       KalUnicodeString& alternateRepresentation);
 
  private:
   friend struct KalVorlaParserInspector;  // white-box access for the library's own tests

@@ -110,7 +110,8 @@ bool KalUnicodeString::operator==(const KalUnicodeString& other) const {
 
 bool KalUnicodeString::operator==(const char* utf8) const {
   if (utf8 == nullptr) return _Length == 0;
-  return std::strlen(utf8) == static_cast<size_t>(_Length) && std::memcmp(_pData, utf8, _Length) == 0;
+  return std::strlen(utf8) == static_cast<size_t>(_Length) &&
+         std::memcmp(_pData, utf8, _Length) == 0;
 }
 
 bool KalUnicodeString::operator<(const KalUnicodeString& other) const {

@@ -36,9 +36,9 @@ class KalColorMap;
 
 struct KalMesh {
   KalUnicodeString name;
-  std::vector<float> positions;         // x y z per vertex
-  std::vector<float> normals;           // empty, or x y z per vertex
-  std::vector<uint32_t> triangles;      // three vertex indices per triangle
+  std::vector<float> positions;           // x y z per vertex
+  std::vector<float> normals;             // empty, or x y z per vertex
+  std::vector<uint32_t> triangles;        // three vertex indices per triangle
   std::vector<uint32_t> polylineIndices;  // every polyline's indices, one after the other
   std::vector<uint32_t> polylineSizes;    // index count of each polyline, in order
 
@@ -87,8 +87,8 @@ int KalReadXML(const KalLightXmlElementItf& representation, KalVizXMLStreamOptio
 // The sections the setting leaves out are written with count 0 (has-normals 0). 0 on
 // success; a negative result, with `data` and `length` unchanged, for a null rep, a buffer
 // that would pass 2 GiB, or memory running out. The colour map and the flag are unused.
-int KalWriteQsr(KalRep* rep, char*& data, int& length, KalSettingQsr setting,
-                KalColorMap* colormap, unsigned char flag);
+int KalWriteQsr(KalRep* rep, char*& data, int& length, KalSettingQsr setting, KalColorMap* colormap,
+                unsigned char flag);
 
 // Reads a Qsr buffer back into a new KalRep (the caller calls Release on it). 0 on success;
 // a negative result, with `rep` null, for a null or truncated buffer, a wrong magic, counts

@@ -13,7 +13,8 @@ constexpr size_t kHugePage = 2 * 1024 * 1024;
 
 }  // namespace
 
-KalXmlArena::KalXmlArena(size_t sizeHint) : _NextChunkSize(sizeHint < kMinChunk ? kMinChunk : sizeHint) {}
+KalXmlArena::KalXmlArena(size_t sizeHint)
+    : _NextChunkSize(sizeHint < kMinChunk ? kMinChunk : sizeHint) {}
 
 KalXmlArena::~KalXmlArena() {
   Chunk* c = _pChunk;
@@ -37,8 +38,8 @@ void* KalXmlArena::AllocateSlow(size_t bytes) {
   if (size >= kMapThreshold) {
     // Mapped memory costs nothing until touched, so an over-estimated hint is harmless.
     size = (size + kHugePage - 1) & ~(kHugePage - 1);
-    void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
-                   -1, 0);
+    void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p != MAP_FAILED) {
 #ifdef MADV_HUGEPAGE
       madvise(p, size, MADV_HUGEPAGE);

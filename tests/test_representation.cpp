@@ -17,18 +17,21 @@ using kaltest::NameOf;
 using kaltest::Str;
 
 std::string RepFormat(const std::string& name, const std::string& urn,
-                      const std::string& format = "TESSELLATED", const std::string& version = "1.0") {
+                      const std::string& format = "TESSELLATED",
+                      const std::string& version = "1.0") {
   return "<RepFormat xsi:type='RepFormatType' owner='5' name='" + name + "' associatedFile='" +
          urn + "'><format>" + format + "</format><version>" + version + "</version></RepFormat>";
 }
 
 std::string Rep(const std::string& id, const std::string& format, const std::string& version,
                 const std::string& content, const std::string& name = "") {
-  return "<Representation id='" + id + "' name='" + name + "' format='" + format +
-         "' version='" + version + "'>" + content + "</Representation>";
+  return "<Representation id='" + id + "' name='" + name + "' format='" + format + "' version='" +
+         version + "'>" + content + "</Representation>";
 }
 
-std::string Data(const std::string& base64) { return "<AssociatedData>" + base64 + "</AssociatedData>"; }
+std::string Data(const std::string& base64) {
+  return "<AssociatedData>" + base64 + "</AssociatedData>";
+}
 
 // Four vertices; one triangle, a strip of four and a fan of four; one polyline.
 const std::string kMesh =
@@ -85,8 +88,9 @@ TEST_F(Representations, BuffersComeFromBase64DataOrTessellations) {
        Rep("2", "EXACT", "1.2", Data("QQ==")) + Rep("3", "TESSELLATED", "2.1", kMesh) +
        Rep("4", "TESSELLATED", "2.2", Data("QQ==")) + Rep("5", "EXACT", "1.1", Data("QUJD")) +
        Rep("6", "TESSELLATED", "1.0", Data("QU!=")) +
-       Rep("7", "TESSELLATED", "1.0", "<AssociatedXML><Mesh><Positions>0 0</Positions></Mesh>"
-                                      "</AssociatedXML>") +
+       Rep("7", "TESSELLATED", "1.0",
+           "<AssociatedXML><Mesh><Positions>0 0</Positions></Mesh>"
+           "</AssociatedXML>") +
        Rep("8", "TESSELLATED", "1.0", kMesh + Data("QUI=") + kMesh) +
        Rep("9", "TESSELLATED", "1.1", "<Other/>") + Rep("10", "TESSELLATED", "1.0", kMesh) +
        Rep("10", "TESSELLATED", "1.0", Data("QQ==")) + Rep("11", "TESSELLATED", "1.0", kMesh) +
@@ -139,7 +143,8 @@ TEST_F(Representations, BuffersComeFromBase64DataOrTessellations) {
 TEST_F(Representations, LookupsByIdHandOutTheElementOrACopy) {
   Load("<ProductStructure root='1'/><GeometricRepresentationSet><Representation name='no-id'/>" +
        Rep("20", "", "", "<Child name='kept'/>", "a") + Rep("20", "", "", "", "second") +
-       Rep("-1", "", "", "", "minus") + "</GeometricRepresentationSet><SpecificExtensionSet>"
+       Rep("-1", "", "", "", "minus") +
+       "</GeometricRepresentationSet><SpecificExtensionSet>"
        "<SpecificExtension id='5' name='t5'/></SpecificExtensionSet>");
   using Lookup = HRESULT (P::*)(unsigned int, KalLightXmlElementItf**, long);
   const Lookup rep = &P::GetRepresentationNodeFromId, tech = &P::GetTechRepNodeFromId;
@@ -149,9 +154,9 @@ TEST_F(Representations, LookupsByIdHandOutTheElementOrACopy) {
     long mode;
     HRESULT code;
     const char* found;
-  } cases[] = {{rep, 20, 0, S_OK, "a"},         {rep, 0, 0, S_OK, "no-id"},
+  } cases[] = {{rep, 20, 0, S_OK, "a"},          {rep, 0, 0, S_OK, "no-id"},
                {rep, 0xFFFFFFFF, 7, 7, "minus"}, {rep, 5, 0, S_FALSE, "stale"},
-               {tech, 5, 0, S_OK, "t5"},        {tech, 20, 0, S_FALSE, "stale"}};
+               {tech, 5, 0, S_OK, "t5"},         {tech, 20, 0, S_FALSE, "stale"}};
   kaltest::FakeElement stale("Stale", {}, "stale");
   for (const auto& c : cases) {
     KalLightXmlElementItf* found = &stale;
@@ -251,7 +256,8 @@ class Assembly : public ::testing::TestWithParam<bool> {
       KalUnicodeString path;
       int repId = 0;
       ASSERT_EQ(parser.GetReferenceRepFromInstanceRep(static_cast<KalLightXmlElementItf*>(reps[i]),
-                                                      &repReference, path, repId), S_OK);
+                                                      &repReference, path, repId),
+                S_OK);
       KalRawCollPV formats;
       ASSERT_EQ(parser.GetRepFormatsFromRepReference(repReference, &formats), S_OK);
       for (int f = 1; f <= formats.Size(); ++f) {
@@ -265,9 +271,8 @@ class Assembly : public ::testing::TestWithParam<bool> {
         unsigned int size = 0;
         EXPECT_EQ(parser.GetGeometricRepresentationBuffer(format, &buffer, size, tag), S_OK);
         _Seen.push_back(at + " " + NameOf(format) + " " + std::to_string(where) + ":" +
-                        Str(location) + " " + std::to_string(found) + ":" +
-                        NameOf(representation) + " " + Str(docType) + "=" + Str(tag) + " " +
-                        Describe(buffer, size));
+                        Str(location) + " " + std::to_string(found) + ":" + NameOf(representation) +
+                        " " + Str(docType) + "=" + Str(tag) + " " + Describe(buffer, size));
         delete[] buffer;
         if (found == kVorlaCopyMode) delete representation;
       }
@@ -314,12 +319,12 @@ TEST_P(Assembly, WalkReachesEveryBufferInBothDocuments) {
   KalLightXmlElementItf* top = nullptr;
   ASSERT_EQ(parser.GetProductStructureRootReference(&top), S_OK);
   Walk(parser, top, "Asm");
-  EXPECT_EQ(_Seen, (std::vector<std::string>{
-                       "Asm/wheel inline 4:20 0:hello REP_DOC_TYPE_TG1=REP_DOC_TYPE_TG1 hello",
-                       "Asm/wheel shared 3:Part.vorla#30 25:mesh REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 " +
-                           kMeshSummary,
-                       "Asm/bracket own 4:30 0:mesh REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 " +
-                           kMeshSummary}));
+  EXPECT_EQ(_Seen,
+            (std::vector<std::string>{
+                "Asm/wheel inline 4:20 0:hello REP_DOC_TYPE_TG1=REP_DOC_TYPE_TG1 hello",
+                "Asm/wheel shared 3:Part.vorla#30 25:mesh REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 " +
+                    kMeshSummary,
+                "Asm/bracket own 4:30 0:mesh REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 " + kMeshSummary}));
 }
 
 INSTANTIATE_TEST_SUITE_P(ArchiveAndSiblingFile, Assembly, ::testing::Bool());

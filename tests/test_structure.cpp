@@ -24,8 +24,8 @@ std::vector<std::string> Names(const KalRawCollPV& collection) {
 }
 
 std::string Instance(int id, const char* name, const char* urn, const char* matrix = nullptr) {
-  std::string xml = "<Instance3D xsi:type='Instance3DType' id='" + std::to_string(id) +
-                    "' name='" + name + "'><IsAggregatedBy>1</IsAggregatedBy>";
+  std::string xml = "<Instance3D xsi:type='Instance3DType' id='" + std::to_string(id) + "' name='" +
+                    name + "'><IsAggregatedBy>1</IsAggregatedBy>";
   if (urn) xml += std::string("<IsInstanceOf>") + urn + "</IsInstanceOf>";
   if (matrix) xml += std::string("<RelativeMatrix>") + matrix + "</RelativeMatrix>";
   return xml + "</Instance3D>";
@@ -123,7 +123,7 @@ TEST_P(Structure, InstancesLeadToTheirReferencesHereOrInAnotherFile) {
 // emptied first unless the arguments are refused.
 TEST_P(Structure, ReferencesListTheirInstancesByAscendingId) {
   KalRawCollPV instances;
-  const std::vector<std::string> sorted = {"relative", "absolute", "bare",
+  const std::vector<std::string> sorted = {"relative", "absolute",  "bare",
                                            "local",    "no-prefix", "dangling"};
   for (int round = 0; round < 2; ++round) {
     instances.Append(&_Stale);
@@ -215,10 +215,12 @@ TEST_P(Structure, ReferencesLeadToRepresentationReferencesAndTheirFormats) {
   // A format without an owner belongs to the last owner read before it, and to none before
   // the first one; calls append.
   KalRawCollPV formats;
-  EXPECT_EQ(_Parser.GetRepFormatsFromRepReference(Element(&P::GetReferenceRepFromLocalID, 10),
-                                                  &formats), S_OK);
-  EXPECT_EQ(_Parser.GetRepFormatsFromRepReference(Element(&P::GetReferenceRepFromLocalID, 12),
-                                                  &formats), S_OK);
+  EXPECT_EQ(
+      _Parser.GetRepFormatsFromRepReference(Element(&P::GetReferenceRepFromLocalID, 10), &formats),
+      S_OK);
+  EXPECT_EQ(
+      _Parser.GetRepFormatsFromRepReference(Element(&P::GetReferenceRepFromLocalID, 12), &formats),
+      S_OK);
   FakeElement zero("ReferenceRep", {}, "", "", "", "0");
   EXPECT_EQ(_Parser.GetRepFormatsFromRepReference(&zero, &formats), S_OK);
   EXPECT_EQ(_Parser.GetRepFormatsFromRepReference(&_Stale, &formats), S_OK);

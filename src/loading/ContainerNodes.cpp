@@ -18,7 +18,8 @@ unsigned int KalVorlaHashVorlaNodeAndId(const void* record) {
 
 int KalVorlaCompareVorlaNodeAndId(const void* a, const void* b) {
   if (a == nullptr || b == nullptr) return 1;
-  return static_cast<const KalVorlaNodeAndId*>(a)->id == static_cast<const KalVorlaNodeAndId*>(b)->id
+  return static_cast<const KalVorlaNodeAndId*>(a)->id ==
+                 static_cast<const KalVorlaNodeAndId*>(b)->id
              ? 0
              : 1;
 }
@@ -130,9 +131,13 @@ HRESULT KalVorlaParser::GetReferenceRepFromLocalID(int id, KalLightXmlElementItf
   return LookUp<KalVorlaReferenceAndChild>(_pReferenceRepTable, id, node);
 }
 
-HRESULT KalVorlaParser::GetNumberOfInstances(int& count) { return CountOccurences("Instance3D", count); }
+HRESULT KalVorlaParser::GetNumberOfInstances(int& count) {
+  return CountOccurences("Instance3D", count);
+}
 
-HRESULT KalVorlaParser::GetNumberOfReferences(int& count) { return CountOccurences("Reference3D", count); }
+HRESULT KalVorlaParser::GetNumberOfReferences(int& count) {
+  return CountOccurences("Reference3D", count);
+}
 
 HRESULT KalVorlaParser::GetNumberOfRepresentations(int& count) {
   return CountOccurences("RepFormat", count);

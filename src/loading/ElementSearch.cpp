@@ -23,9 +23,12 @@ HRESULT KalVorlaParser::GetVorlaChildNodeFromType(KalLightXmlElementItf* parent,
     return true;
   });
   switch (end) {
-    case WalkEnd::kStopped: return S_OK;
-    case WalkEnd::kNullChild: return E_FAIL;
-    default: return S_FALSE;  // no children, or none matched
+    case WalkEnd::kStopped:
+      return S_OK;
+    case WalkEnd::kNullChild:
+      return E_FAIL;
+    default:
+      return S_FALSE;  // no children, or none matched
   }
 }
 
@@ -35,31 +38,38 @@ HRESULT KalVorlaParser::GetVorlaChildNodeFromName(KalLightXmlElementItf* parent,
   if (parent == nullptr || child == nullptr) return E_FAIL;
   *child = nullptr;
   switch (kalvorla::FindChildByTag(parent, name, *child)) {
-    case WalkEnd::kStopped: return S_OK;
-    case WalkEnd::kExhausted: return S_FALSE;
-    default: return E_FAIL;  // unlike the search by type, a childless parent is a failure
+    case WalkEnd::kStopped:
+      return S_OK;
+    case WalkEnd::kExhausted:
+      return S_FALSE;
+    default:
+      return E_FAIL;  // unlike the search by type, a childless parent is a failure
   }
 }
 
-HRESULT KalVorlaParser::GetVorlaNodeFromOtherIDAttribute(int id, const KalUnicodeString& elementType,
+HRESULT KalVorlaParser::GetVorlaNodeFromOtherIDAttribute(int id,
+                                                         const KalUnicodeString& elementType,
                                                          const KalUnicodeString& attributeName,
                                                          KalLightXmlElementItf** node) {
   if (node == nullptr || _pProductStructureNode == nullptr) return E_INVALIDARG;
   *node = nullptr;
-  WalkEnd end = WalkChildren(_pProductStructureNode, NullChild::kFail, [&](KalLightXmlElementItf* c) {
-    if (c->GetType() != elementType) return false;
-    const KalUnicodeString& text = c->GetAttribute(attributeName);
-    // Text that is no number must match no id, so start from a value no id can equal
-    // unless the conversion writes it.
-    int value = 0;
-    if (text.ConvertToNum(&value, "%d") < 0 || value != id) return false;
-    *node = c;
-    return true;
-  });
+  WalkEnd end =
+      WalkChildren(_pProductStructureNode, NullChild::kFail, [&](KalLightXmlElementItf* c) {
+        if (c->GetType() != elementType) return false;
+        const KalUnicodeString& text = c->GetAttribute(attributeName);
+        // Text that is no number must match no id, so start from a value no id can equal
+        // unless the conversion writes it.
+        int value = 0;
+        if (text.ConvertToNum(&value, "%d") < 0 || value != id) return false;
+        *node = c;
+        return true;
+      });
   switch (end) {
     case WalkEnd::kNoChildren:
-    case WalkEnd::kNullChild: return E_FAIL;
-    default: return S_OK;  // a miss is a success with a null node
+    case WalkEnd::kNullChild:
+      return E_FAIL;
+    default:
+      return S_OK;  // a miss is a success with a null node
   }
 }
 
@@ -74,8 +84,10 @@ HRESULT KalVorlaParser::GetValueString(KalUnicodeString childType, KalLightXmlEl
   });
   switch (end) {
     case WalkEnd::kNoChildren:
-    case WalkEnd::kNullChild: return E_FAIL;
-    default: return S_OK;  // a missing child reads as an empty value
+    case WalkEnd::kNullChild:
+      return E_FAIL;
+    default:
+      return S_OK;  // a missing child reads as an empty value
   }
 }
 

@@ -10,13 +10,15 @@ namespace kalvorla {
 
 // Appends to `out` the elements of `table` whose ids `record` aggregates, in ascending id
 // order. The ids are sorted in place on the stored record, for every later caller too.
-inline void AppendAggregated(KalVorlaReferenceAndChild* record, KalHashTable* table, KalRawCollPV* out) {
+inline void AppendAggregated(KalVorlaReferenceAndChild* record, KalHashTable* table,
+                             KalRawCollPV* out) {
   record->children.QuickSort();
   for (int i = 1; i <= record->children.Size(); ++i) {
     KalVorlaNodeAndId probe;
     probe.id = record->children[i];
     // Ids of the other kind of aggregated element share the list and are not in `table`.
-    if (auto* found = static_cast<KalVorlaNodeAndId*>(table->Locate(&probe))) out->Append(found->node);
+    if (auto* found = static_cast<KalVorlaNodeAndId*>(table->Locate(&probe)))
+      out->Append(found->node);
   }
 }
 

@@ -3,8 +3,8 @@
 #include <new>
 
 #include "ChildWalk.h"
-#include "KalFormatConstants.h"
 #include "IdTables.h"
+#include "KalFormatConstants.h"
 #include "KalVorlaParser.h"
 
 using kalvorla::NullChild;
@@ -59,46 +59,47 @@ HRESULT KalVorlaParser::RetrieveRootReferenceNode() {
     parent->children.Append(id);
   };
 
-  WalkEnd end = WalkChildren(_pProductStructureNode, NullChild::kFail, [&](KalLightXmlElementItf* child) {
-    const KalUnicodeString& type = child->GetAttribute(XSI_TYPE_S);
-    const KalUnicodeString& idText = child->GetAttribute(ID_S);
-    if (idText.IsEmpty()) {
-      if (type == "RepFormatType") {
-        _RepFormatList.Append(child);
-      } else if (type == "GraphicPropertiesAspectType") {
-        _GraphicPropertiesList.Append(child);
-      }
-      return false;
-    }
-    int id = 0;
-    idText.ConvertToNum(&id, "%d");
-    if (type == REFERENCE_3D_TYPE_S) {
-      if (id == rootId) _pRootReferenceNode = child;
-      KalVorlaReferenceAndChild* record = kalvorla::FindReferenceRecord(_pReferenceTable, id);
-      if (record != nullptr) {
-        record->node = child;
-      } else if (AddRecord<KalVorlaReferenceAndChild>(_pReferenceTable, child, id) == nullptr) {
-        outOfMemory = true;
-      }
-    } else if (type == INSTANCE_3D_TYPE_S) {
-      if (AddRecord<KalVorlaNodeAndId>(_pInstanceTable, child, id) == nullptr) {
-        outOfMemory = true;
-      } else {
-        linkToParent(child, id);
-      }
-    } else if (type == INSTANCE_REP_TYPE_S) {
-      if (AddRecord<KalVorlaNodeAndId>(_pInstanceRepTable, child, id) == nullptr) {
-        outOfMemory = true;
-      } else {
-        linkToParent(child, id);
-      }
-    } else if (type == REFERENCE_REP_TYPE_S) {
-      if (AddRecord<KalVorlaReferenceAndChild>(_pReferenceRepTable, child, id) == nullptr) {
-        outOfMemory = true;
-      }
-    }
-    return outOfMemory;
-  });
+  WalkEnd end =
+      WalkChildren(_pProductStructureNode, NullChild::kFail, [&](KalLightXmlElementItf* child) {
+        const KalUnicodeString& type = child->GetAttribute(XSI_TYPE_S);
+        const KalUnicodeString& idText = child->GetAttribute(ID_S);
+        if (idText.IsEmpty()) {
+          if (type == "RepFormatType") {
+            _RepFormatList.Append(child);
+          } else if (type == "GraphicPropertiesAspectType") {
+            _GraphicPropertiesList.Append(child);
+          }
+          return false;
+        }
+        int id = 0;
+        idText.ConvertToNum(&id, "%d");
+        if (type == REFERENCE_3D_TYPE_S) {
+          if (id == rootId) _pRootReferenceNode = child;
+          KalVorlaReferenceAndChild* record = kalvorla::FindReferenceRecord(_pReferenceTable, id);
+          if (record != nullptr) {
+            record->node = child;
+          } else if (AddRecord<KalVorlaReferenceAndChild>(_pReferenceTable, child, id) == nullptr) {
+            outOfMemory = true;
+          }
+        } else if (type == INSTANCE_3D_TYPE_S) {
+          if (AddRecord<KalVorlaNodeAndId>(_pInstanceTable, child, id) == nullptr) {
+            outOfMemory = true;
+          } else {
+            linkToParent(child, id);
+          }
+        } else if (type == INSTANCE_REP_TYPE_S) {
+          if (AddRecord<KalVorlaNodeAndId>(_pInstanceRepTable, child, id) == nullptr) {
+            outOfMemory = true;
+          } else {
+            linkToParent(child, id);
+          }
+        } else if (type == REFERENCE_REP_TYPE_S) {
+          if (AddRecord<KalVorlaReferenceAndChild>(_pReferenceRepTable, child, id) == nullptr) {
+            outOfMemory = true;
+          }
+        }
+        return outOfMemory;
+      });
   if (outOfMemory) return E_OUTOFMEMORY;
   if (end == WalkEnd::kNullChild) return E_FAIL;
   return S_OK;

@@ -74,8 +74,7 @@ HRESULT KalVorlaParser::GetRepBufferFromUrn(const KalUnicodeString& urn, char** 
 }
 
 HRESULT KalVorlaParser::GetBufferFromGeometricRepresentationID(const KalUnicodeString& id,
-                                                               char*& buffer,
-                                                               unsigned int& size,
+                                                               char*& buffer, unsigned int& size,
                                                                KalUnicodeString& format) {
   if (_pGeometricRepresentationSetNode == nullptr) return E_FAIL;
   // A later data child, or a later representation with the same id, replaces what an

@@ -94,9 +94,12 @@ HRESULT KalVorlaParser::GetRepresentationNode(unsigned int id,
                                      return true;
                                    });
   switch (end) {
-    case WalkEnd::kStopped: return S_OK;
-    case WalkEnd::kNullChild: return E_FAIL;
-    default: return S_FALSE;
+    case WalkEnd::kStopped:
+      return S_OK;
+    case WalkEnd::kNullChild:
+      return E_FAIL;
+    default:
+      return S_FALSE;
   }
 }
 

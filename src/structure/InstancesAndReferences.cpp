@@ -80,8 +80,7 @@ HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
 
 HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
                                                      KalLightXmlElementItf** reference,
-                                                     KalUnicodeString& fileName,
-                                                     int& referenceId) {
+                                                     KalUnicodeString& fileName, int& referenceId) {
   if (reference == nullptr) return E_INVALIDARG;
   *reference = nullptr;
   fileName = "";

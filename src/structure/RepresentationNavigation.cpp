@@ -130,8 +130,8 @@ HRESULT KalVorlaParser::GetRepresentationFromRepFormat(KalLightXmlElementItf* re
   const auto lookUp = [&](KalVorlaParser& parser, long mode) {
     return type == KalVorlaUrnTechRep
                ? parser.GetTechRepNodeFromId(static_cast<unsigned int>(id), representation, mode)
-               : parser.GetRepresentationNodeFromId(static_cast<unsigned int>(id),
-                                                    representation, mode);
+               : parser.GetRepresentationNodeFromId(static_cast<unsigned int>(id), representation,
+                                                    mode);
   };
   if (isLocal == 1) return lookUp(*this, 0);
   // The other document lives only for this call: what it finds comes back as a copy.

@@ -1,6 +1,6 @@
 // Blank-separated numbers in element text, vectors and 12-value matrices.
-#include "loading/ChildWalk.h"
 #include "KalVorlaParser.h"
+#include "loading/ChildWalk.h"
 
 namespace {
 
@@ -54,14 +54,16 @@ HRESULT KalVorlaParser::CountOccurences(KalUnicodeString tag, int& count) {
   return S_OK;
 }
 
-HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, int& value, int& next) {
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, int& value,
+                                           int& next) {
   KalUnicodeString piece;
   if (!NextPiece(list, start, piece, next)) return E_FAIL;
   piece.ConvertToNum(&value, "%d");
   return S_OK;
 }
 
-HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, float& value, int& next) {
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, float& value,
+                                           int& next) {
   KalUnicodeString piece;
   if (!NextPiece(list, start, piece, next)) return E_FAIL;
   // A piece that does not convert stores an unspecified value; zero is ours.
@@ -71,7 +73,8 @@ HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, fl
   return S_OK;
 }
 
-HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, double& value, int& next) {
+HRESULT KalVorlaParser::GetNextValueInList(KalUnicodeString& list, int start, double& value,
+                                           int& next) {
   KalUnicodeString piece;
   if (!NextPiece(list, start, piece, next)) return E_FAIL;
   piece.ConvertToNum(&value, "%le");
