@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "KalHashTable.h"
-#include "KalLightXmlElement.h"
 #include "KalListPtrKalLightXmlElementItf.h"
 #include "KalRawColl.h"
+#include "TestDocuments.h"
 
 namespace {
 
@@ -54,37 +54,30 @@ TEST(KalRawColl, PointerAndIntArraysFollowTheSameRules) {
   EXPECT_EQ(Items(sorted), (std::vector<int>{40, 5, 0, -2}));
 }
 
-// Hash table records are ints keyed by value; a difference of either sign means "not equal".
-unsigned int HashValue(const void* r) { return *static_cast<const unsigned int*>(r); }
-unsigned int HashToOneBucket(const void*) { return 42u; }
+// Records are ints; any non-zero difference, of either sign, means "not equal".
 int Difference(const void* a, const void* b) {
   return *static_cast<const int*>(a) - *static_cast<const int*>(b);
 }
-std::vector<const void*> gVisited;
-int RememberVisit(void* record) {
-  gVisited.push_back(record);
-  return 0;
-}
+// The records ApplyGlobalFunct visits, in order; it must return their count.
 std::vector<const void*> Visits(const KalHashTable& table) {
-  gVisited.clear();
-  const int count = table.ApplyGlobalFunct(RememberVisit);
-  EXPECT_EQ(count, static_cast<int>(gVisited.size()));
-  return gVisited;
+  static std::vector<const void*> visited;
+  visited.clear();
+  const int count = table.ApplyGlobalFunct([](void* r) { return visited.push_back(r), 0; });
+  EXPECT_EQ(count, static_cast<int>(visited.size()));
+  return visited;
 }
 
 TEST(KalHashTable, LookupsSurviveGrowthApplyFollowsInsertionOrderAndEqualRecordsAreAllKept) {
-  const int count = 100000;
-  std::vector<int> records(count);
+  std::vector<int> records(100000);
   std::vector<const void*> inserted;
-  KalHashTable table(HashValue, Difference, 4);
+  KalHashTable table([](const void* r) { return *static_cast<const unsigned*>(r); }, Difference, 4);
   EXPECT_EQ(table.Insert(nullptr), -1);
   for (int& r : records) {
-    r = static_cast<int>(inserted.size() * 7919 % count);  // not in bucket order
+    r = static_cast<int>(inserted.size() * 7919 % records.size());  // not in bucket order
     ASSERT_EQ(table.Insert(&r), 0);
     inserted.push_back(&r);
   }
   for (int& r : records) ASSERT_EQ(table.Locate(&r), &r);
-  EXPECT_EQ(table.Locate(&count), nullptr);
   EXPECT_EQ(table.Locate(nullptr), nullptr);
   EXPECT_TRUE(Visits(table) == inserted);
   table.RemoveAll();
@@ -93,9 +86,9 @@ TEST(KalHashTable, LookupsSurviveGrowthApplyFollowsInsertionOrderAndEqualRecords
   ASSERT_EQ(table.Insert(&records[5]), 0);
   EXPECT_EQ(table.Locate(&records[5]), &records[5]);
 
-  // Equal records are all kept, Locate gives the last; only a zero difference means equal.
+  // In one bucket every lookup compares: Locate gives the last of equal records.
   int first = 7, other = 8, second = 7, six = 6, nine = 9;
-  KalHashTable one(HashToOneBucket, Difference, 0);  // one bucket, grows on the third record
+  KalHashTable one([](const void*) { return 42u; }, Difference, 0);
   for (int* r : {&first, &second, &other}) ASSERT_EQ(one.Insert(r), 0);
   EXPECT_EQ((std::vector<void*>{one.Locate(&first), one.Locate(&other), one.Locate(&six),
                                 one.Locate(&nine)}),
@@ -103,29 +96,25 @@ TEST(KalHashTable, LookupsSurviveGrowthApplyFollowsInsertionOrderAndEqualRecords
   EXPECT_EQ(Visits(one), (std::vector<const void*>{&first, &second, &other}));
 }
 
-// An element whose value tells it apart.
-struct Tagged : KalLightXmlElement {
-  explicit Tagged(const char* value) { _Value = value; }
-};
 using ElementList = KalListPtrKalLightXmlElementItf;
 
-int FindSameValue(KalLightXmlElementItf* item, const ElementList& other) {
+int FindSameTag(KalLightXmlElementItf* item, const ElementList& other) {
   for (int i = 1; i <= other.Size(); ++i)
-    if (other[i]->GetValue() == item->GetValue()) return 0;
+    if (other[i]->GetType() == item->GetType()) return 0;
   return 1;
 }
-int FindNothing(KalLightXmlElementItf*, const ElementList&) { return 1; }
 int gOuterCalls = 0;
-// Compares other lists from inside a comparison; the outer callback must stay in force.
+// Compares lists from inside a comparison; the outer callback must stay in force.
 int CountOuterAndNest(KalLightXmlElementItf* item, const ElementList& other) {
   ++gOuterCalls;
   KalLightXmlElementItf* single[] = {item};
-  ElementList::Compare(ElementList(single, 1), ElementList(single, 1), FindNothing);
-  return FindSameValue(item, other);
+  ElementList::Compare(ElementList(single, 1), ElementList(single, 1),
+                       [](KalLightXmlElementItf*, const ElementList&) { return 1; });
+  return FindSameTag(item, other);
 }
 
 TEST(KalListPtrKalLightXmlElementItf, ArrayConstructionAndCompareThroughNestedTypedCallbacks) {
-  Tagged a("A"), b("B"), otherA("A"), otherB("B"), c("C");
+  kaltest::FakeElement a("A"), b("B"), otherA("A"), otherB("B"), c("C");
   KalLightXmlElementItf *first[] = {&a, &b, &c}, *same[] = {&otherB, &otherA},
                         *reversed[] = {&b, &a}, *twice[] = {&otherA, &otherA};
   const ElementList ab(first, 2), ba(reversed, 2), other(same, 2), aa(twice, 2);
@@ -135,8 +124,8 @@ TEST(KalListPtrKalLightXmlElementItf, ArrayConstructionAndCompareThroughNestedTy
   EXPECT_EQ(
       (std::vector<int>{
           ElementList::Compare(ab, ba, nullptr), ElementList::Compare(ab, other, nullptr),
-          ElementList::Compare(ab, other, FindSameValue),
-          ElementList::Compare(ab, aa, FindSameValue), ElementList::Compare(aa, ab, FindSameValue),
+          ElementList::Compare(ab, other, FindSameTag), ElementList::Compare(ab, aa, FindSameTag),
+          ElementList::Compare(aa, ab, FindSameTag),
           ElementList::Compare(ab, other, CountOuterAndNest)}),
       (std::vector<int>{0, 1, 0, 1, 1, 0}));
   EXPECT_EQ(gOuterCalls, 4);

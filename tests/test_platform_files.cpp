@@ -4,12 +4,15 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "KalFiles.h"
 #include "KalHttp.h"
 #include "TestDocuments.h"
 
 namespace {
+
+using kaltest::Str;
 
 std::set<std::string> Listing(const std::string& dir) {
   std::set<std::string> names;
@@ -18,36 +21,34 @@ std::set<std::string> Listing(const std::string& dir) {
   return names;
 }
 
-std::string Text(const KalUnicodeString& s) { return std::string(s.ConvertToChar()); }
-
 // The real path of `path` after the result code.
 std::string RealPath(const std::string& path) {
   KalUnicodeString* result = nullptr;
   const HRESULT rc = KalGetRealPath(KalUnicodeString(path.c_str()), &result, 0);
-  const std::string out = std::to_string(rc) + " " + (result ? Text(*result) : "<null>");
+  const std::string out = std::to_string(rc) + " " + (result ? Str(*result) : "<null>");
   delete result;
   return out;
 }
 
 TEST(PlatformFiles, SplitCutsAtTheLastSlashMakeJoinsWithOneSlashAndTheyRoundTrip) {
-  const char* cases[][3] = {{"/data/docs/root.vorla", "/data/docs", "root.vorla"},
-                            {"root.vorla", "", "root.vorla"},
-                            {"/root.vorla", "/", "root.vorla"},
-                            {"docs/", "docs", ""}};
-  for (const auto& c : cases) {
-    KalUnicodeString path(c[0]), directory("stale"), name("stale");
+  const char* cases[][2] = {{"/data/docs/root.vorla", "/data/docs|root.vorla"},
+                            {"root.vorla", "|root.vorla"},
+                            {"/root.vorla", "/|root.vorla"},
+                            {"docs/", "docs|"}};
+  for (const auto& [whole, parts] : cases) {
+    KalUnicodeString path(whole), directory("stale"), name("stale");
     KalSplitPath(&path, &directory, &name);
-    EXPECT_EQ(Text(directory) + "|" + Text(name), std::string(c[1]) + "|" + c[2]);
-    EXPECT_EQ(Text(KalMakePath(&directory, &name)), c[0]);
+    EXPECT_EQ(Str(directory) + "|" + Str(name), parts);
+    EXPECT_EQ(Str(KalMakePath(&directory, &name)), whole);
     KalSplitPath(&path, &name, &path);  // outputs may be the input itself
-    EXPECT_EQ(Text(name) + "|" + Text(path), std::string(c[1]) + "|" + c[2]);
+    EXPECT_EQ(Str(name) + "|" + Str(path), parts);
   }
   const KalUnicodeString slashed("docs/"), bare("docs"), rooted("/root.vorla");
-  EXPECT_EQ(Text(KalMakePath(&slashed, &rooted)), "docs/root.vorla");
-  EXPECT_EQ(Text(KalMakePath(&bare, &rooted)), "docs/root.vorla");
-  EXPECT_EQ(KalIsAbsolutePath("/root.vorla", 0), S_OK);
-  EXPECT_EQ(KalIsAbsolutePath("./root.vorla", 0), S_FALSE);
-  EXPECT_EQ(KalIsAbsolutePath(nullptr, 0), E_INVALIDARG);
+  EXPECT_EQ(Str(KalMakePath(&slashed, &rooted)), "docs/root.vorla");
+  EXPECT_EQ(Str(KalMakePath(&bare, &rooted)), "docs/root.vorla");
+  EXPECT_EQ((std::vector<int>{KalIsAbsolutePath("/root.vorla", 0),
+                              KalIsAbsolutePath("./root.vorla", 0), KalIsAbsolutePath(nullptr, 0)}),
+            (std::vector<int>{S_OK, S_FALSE, E_INVALIDARG}));
 }
 
 TEST(PlatformFiles, FilesGetTheirCanonicalPathOtherNamesComeBackUnchanged) {
@@ -75,78 +76,68 @@ std::string BinaryBody(size_t size) {
   return out;
 }
 
-TEST(PlatformHttp, DownloadsWriteTheWholeBodyOrFailLeavingNoFileAndExistingOnesIntact) {
+TEST(PlatformFiles, CopiesAndDownloadsAreByteExactReplaceOnlyAsToldAndFailuresLeaveNothing) {
   kaltest::TempDir dir;
   kaltest::HttpServer server;
-  const std::string binary = BinaryBody(1u << 20);
-  server.Set("/geo/big.bin", {200, binary});
+  const std::string content = BinaryBody(3u << 20), body = BinaryBody(1u << 20);
+  server.Set("/big.bin", {200, body});
   server.Set("/empty", {200, ""});
   server.Set("/broken", {500, "server trouble"});
   for (long cut : {0L, 1000L, 99999L})
     server.Set("/cut" + std::to_string(cut), {200, BinaryBody(100000), cut});
-  kaltest::WriteFile(dir.File("local.vorla"), "previous");
+  kaltest::WriteFile(dir.File("source"), content);  // beyond one copy chunk
+  kaltest::WriteFile(dir.File("kept"), "old");
+  kaltest::WriteFile(dir.File("replaced"), "old content that is longer");
+  std::filesystem::create_directory(dir.File("folder"));
   const std::string refused =
       "http://127.0.0.1:" + std::to_string(kaltest::UnusedLoopbackPort()) + "/doc.vorla";
   for (const std::string& url :
        {server.Url("/missing.vorla"), server.Url("/broken"), refused, server.Url("/cut0"),
-        server.Url("/cut1000"), server.Url("/cut99999")}) {
-    EXPECT_EQ(KalHttpDownload(url.c_str(), dir.File("fresh.vorla").c_str()), E_FAIL) << url;
-    EXPECT_EQ(KalHttpDownload(url.c_str(), dir.File("local.vorla").c_str()), E_FAIL) << url;
-    EXPECT_EQ(kaltest::ReadFile(dir.File("local.vorla")), "previous");
-    EXPECT_EQ(Listing(dir.Path()), std::set<std::string>{"local.vorla"});
-  }
+        server.Url("/cut1000"), server.Url("/cut99999")})
+    for (const char* to : {"none", "kept"})
+      EXPECT_EQ(KalHttpDownload(url.c_str(), dir.File(to).c_str()), E_FAIL) << url << " " << to;
   EXPECT_EQ(server.RequestCount(), 10) << "the server was reached and answered";
 
-  EXPECT_EQ(KalHttpDownload(server.Url("/geo/big.bin").c_str(), dir.File("big.bin").c_str()), S_OK);
-  EXPECT_TRUE(kaltest::ReadFile(dir.File("big.bin")) == binary);
-  EXPECT_EQ(KalHttpDownload(server.Url("/empty").c_str(), dir.File("local.vorla").c_str()), S_OK);
-  EXPECT_EQ(kaltest::ReadFile(dir.File("local.vorla")), "");
-  EXPECT_EQ(Listing(dir.Path()), (std::set<std::string>{"big.bin", "local.vorla"}));
-}
-
-TEST(PlatformFiles, CopiesAreByteExactReplaceOnlyWithOverwriteAndFailuresLeaveNothing) {
-  kaltest::TempDir dir;
-  kaltest::HttpServer server;
-  server.Set("/root.vorla", {200, "downloaded"});
-  const std::string content = BinaryBody(3u << 20);  // beyond one copy chunk
-  kaltest::WriteFile(dir.File("source"), content);
-  kaltest::WriteFile(dir.File("kept"), "old");
-  kaltest::WriteFile(dir.File("replaced"), "old content that is longer");
-  std::filesystem::create_directory(dir.File("folder"));
-  const std::string source = dir.File("source"), url = server.Url("/root.vorla"),
+  const std::string source = dir.File("source"), url = server.Url("/big.bin"),
                     missingUrl = server.Url("/missing");
   const struct {
     std::string from, to;
-    int overwrite, rc;
+    int overwrite, rc;  // overwrite -1: KalHttpDownload, which always replaces
     std::string after;  // what `to` holds then
   } cases[] = {
+      {source, "kept", 0, E_FAIL, "old"},  // also shows the failed downloads left it alone
       {source, "fresh", 0, S_OK, content},
-      {source, "kept", 0, E_FAIL, "old"},
       {source, "replaced", 1, S_OK, content},
       {dir.File("missing"), "copy", 1, E_FAIL, "<none>"},
       {dir.File("folder"), "copy", 1, E_FAIL, "<none>"},
       {source, "nowhere/copy", 1, E_FAIL, "<none>"},
       {"", "copy", 1, E_INVALIDARG, "<none>"},
-      {url, "downloaded", 0, S_OK, "downloaded"},
+      {url, "downloaded", 0, S_OK, body},
       {url, "kept", 0, E_FAIL, "old"},
-      {url, "replaced", 1, S_OK, "downloaded"},
+      {url, "replaced", 1, S_OK, body},
       {missingUrl, "copy", 0, E_FAIL, "<none>"},
       {missingUrl, "copy", 1, E_FAIL, "<none>"},
+      {url, "big.bin", -1, S_OK, body},
+      {server.Url("/empty"), "kept", -1, S_OK, ""},
   };
   for (const auto& c : cases) {
     const KalUnicodeString from(c.from.c_str()), to(dir.File(c.to).c_str());
-    EXPECT_EQ(KalFCopy(&from, &to, c.overwrite), c.rc) << c.from << " to " << c.to;
+    EXPECT_EQ(c.overwrite < 0 ? KalHttpDownload(c.from.c_str(), to.ConvertToChar())
+                              : KalFCopy(&from, &to, c.overwrite),
+              c.rc)
+        << c.from << " to " << c.to;
     const bool exists = kaltest::FileExists(dir.File(c.to));
     EXPECT_TRUE((exists ? kaltest::ReadFile(dir.File(c.to)) : "<none>") == c.after) << c.to;
   }
   const KalUnicodeString from(source.c_str()), empty("");
   EXPECT_EQ(KalFCopy(&from, &empty, 1), E_INVALIDARG);
-  EXPECT_EQ(KalDeleteFile(dir.File("fresh").c_str()), S_OK);
-  EXPECT_EQ(KalDeleteFile(dir.File("fresh").c_str()), E_FAIL);
-  EXPECT_EQ(KalDeleteFile(""), E_INVALIDARG);
-  EXPECT_EQ(KalDeleteFile(nullptr), E_INVALIDARG);
-  EXPECT_EQ(Listing(dir.Path()),  // no temporary file or failed copy is left behind
-            (std::set<std::string>{"source", "kept", "replaced", "folder", "downloaded"}));
+  const std::string fresh = dir.File("fresh");
+  EXPECT_EQ((std::vector<int>{KalDeleteFile(fresh.c_str()), KalDeleteFile(fresh.c_str()),
+                              KalDeleteFile(""), KalDeleteFile(nullptr)}),
+            (std::vector<int>{S_OK, E_FAIL, E_INVALIDARG, E_INVALIDARG}));
+  EXPECT_EQ(
+      Listing(dir.Path()),  // no temporary file or failed copy or download is left
+      (std::set<std::string>{"source", "kept", "replaced", "folder", "downloaded", "big.bin"}));
 }
 
 }  // namespace

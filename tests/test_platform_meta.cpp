@@ -10,9 +10,8 @@ KalMetaClass* Register(const char* name, KalMetaClass* base) {
   return fct_RetrieveMetaObject(name, 1, base, "KalNull", "KalPlatformTests", 8);
 }
 
-// A class that supplies only its meta-object; the base's IsA and IsAKindOf must use it.
-class MetaTestDerived : public KalBaseUnknown {
- public:
+// Supplies only its meta-object; the base's IsA and IsAKindOf must use it.
+struct MetaTestDerived : KalBaseUnknown {
   KalMetaClass* GetMetaObject() const override {
     return Register("MetaTestDerived", Register("MetaTestShape", KalBaseUnknown::MetaObject()));
   }
@@ -29,8 +28,7 @@ TEST(KalMetaObject, ANameAlwaysGivesTheSameCopiedObjectAndNewNamesTheNextId) {
 }
 
 TEST(KalMetaObject, IsAKindOfWalksTheWholeBaseChainOfTheDynamicClass) {
-  const MetaTestDerived derived;
-  const KalBaseUnknown& asBase = derived;
+  const KalBaseUnknown& asBase = MetaTestDerived();
   EXPECT_STREQ(KalBaseUnknown().IsA(), "KalBaseUnknown");
   EXPECT_STREQ(asBase.IsA(), "MetaTestDerived");
   for (const char* kind : {"MetaTestDerived", "MetaTestShape", "KalBaseUnknown"})

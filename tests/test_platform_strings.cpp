@@ -19,9 +19,7 @@ TEST(KalUnicodeString, CopiesOfBorrowedTextOwnItAndChangesNeverWriteIntoIt) {
   assigned = borrowed;
   KalUnicodeString copy(borrowed), moved(std::move(source)), copyOfMoved(moved);
   KalUnicodeString appended = borrow(2), reassigned = borrow(2), emptied = borrow(2);
-  appended += "cd";
-  reassigned = "xy";
-  emptied = "";
+  appended += "cd", reassigned = "xy", emptied = "";
   EXPECT_STREQ(buffer, "borrowed") << "a change to a borrowed string wrote into its text";
   std::memcpy(buffer, "REPLACED", 8);
   for (const KalUnicodeString* s : {&copy, &assigned, &copyOfMoved}) EXPECT_EQ(*s, "borrowed");
@@ -36,18 +34,13 @@ TEST(KalUnicodeString, OwnTextAssignedOrAppendedGrowthComparisonAndSubStringKeep
   s += s;
   EXPECT_EQ(s, "worldrldworldrld");
   std::string expected;
-  for (int i = 0; i < 1000; ++i) {
-    grown += std::to_string(i).c_str();
-    expected += std::to_string(i);
-  }
+  for (int i = 0; i < 1000; ++i) grown += std::to_string(i).c_str(), expected += std::to_string(i);
   EXPECT_EQ(std::string(grown.ConvertToChar(), grown.GetLengthInChar()), expected);
-  const KalUnicodeString withNul("ab\0c", 4);
-  s = "abcdef";
-  EXPECT_NE(withNul, KalUnicodeString("ab\0d", 4));
-  EXPECT_NE(withNul, "ab");
-  EXPECT_NE(KalUnicodeString("id"), "idx");
-  EXPECT_TRUE(KalUnicodeString("ab") < withNul && withNul < KalUnicodeString("ab\0d", 4));
+  const KalUnicodeString withNul("ab\0c", 4), withNulD("ab\0d", 4);
+  EXPECT_TRUE(withNul != withNulD && withNul != "ab" && KalUnicodeString("id") != "idx");
+  EXPECT_TRUE(KalUnicodeString("ab") < withNul && withNul < withNulD);
   EXPECT_EQ(withNul.SubString(1, 3), KalUnicodeString("b\0c", 3));
+  s = "abcdef";
   EXPECT_EQ(s.SubString(1, 3) + "|" + s.SubString(-2, 3) + "|" + s.SubString(2, -1) + "|" +
                 s.SubString(4, 10) + "|" + s.SubString(6, 1) + "|" + s.SubString(60, 2),
             "bcd|abc||ef||");
@@ -55,11 +48,10 @@ TEST(KalUnicodeString, OwnTextAssignedOrAppendedGrowthComparisonAndSubStringKeep
 
 TEST(KalUnicodeString, SearchForwardFromStartOrBackwardLeavingStartCharactersOff) {
   const KalUnicodeString path("a/b/c"), urn("urn:VORLA:rep#1"), twice("abcabc");
-  std::vector<int> forward, backward;
-  for (int start : {-3, 0, 2, 4, 99}) forward.push_back(path.SearchSubString("/", start, 1));
-  for (int start : {0, 2, 4}) backward.push_back(path.SearchSubString("/", start, 2));
-  EXPECT_EQ(forward, (std::vector<int>{1, 1, 3, -1, -1}));
-  EXPECT_EQ(backward, (std::vector<int>{3, 1, -1}));
+  std::vector<int> found;
+  for (int start : {-3, 0, 2, 4, 99}) found.push_back(path.SearchSubString("/", start, 1));
+  for (int start : {0, 2, 4}) found.push_back(path.SearchSubString("/", start, 2));
+  EXPECT_EQ(found, (std::vector<int>{1, 1, 3, -1, -1, 3, 1, -1}));
   EXPECT_EQ((std::vector<int>{path.SearchSubString("a/b/c/d", 0, 1), urn.SearchSubString("r", 2, 1),
                               urn.SearchSubString("VORLA", 5, 1), twice.SearchSubString("bc", 0, 2),
                               twice.SearchSubString("bc", 1, 2),

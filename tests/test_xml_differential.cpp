@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <regex>
 #include <string>
@@ -184,10 +185,8 @@ struct Gen {
   int R(size_t n) { return int(rng() % n); }
   bool P(int percent) { return R(100) < percent; }
   std::string Pick(const Strings& v) { return v[R(v.size())]; }
-  static std::string Cat(std::initializer_list<std::string> pieces) {
-    std::string s;
-    for (const std::string& p : pieces) s += p;
-    return s;
+  static std::string Cat(std::initializer_list<std::string> p) {
+    return std::accumulate(p.begin(), p.end(), std::string());
   }
   std::string Ws() { return Pick({" ", "\t", "\n", "\r\n", "\r", "  "}); }
   std::string Word() { return Cat({Pick({"a", "bc", "xyz", "Word"}), P(30) ? Pick(lit) : ""}); }
