@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -114,38 +115,34 @@ TEST_F(Presentation, GraphicPropertiesAndTheirAttributes) {
     EXPECT_EQ(NameOf(Properties(o.node)), o.found);
     EXPECT_EQ(_Code, o.code) << o.found;
   }
-  KalLightXmlElementItf *gp1 = Properties(Reference(1)), *gp3 = Properties(Reference(3));
-  KalLightXmlElementItf* ownerless = Properties(&noId);
+  // What each reader makes of a graphic-properties element: codes and outputs, preset to 7.
+  const auto attributes = [&](KalLightXmlElementItf* gp) {
+    KalLightXmlElementItf* surface = nullptr;
+    const HRESULT surfaceCode = _Parser.GetSurfaceAttributesElement(gp, &surface);
+    double rgb[3] = {7, 7, 7};
+    unsigned int type = 7;
+    float thickness = 7;
+    unsigned char visible = 7, selectable = 7;
+    std::ostringstream out;
+    out << surfaceCode << ":" << (surface ? Str(surface->GetType()) : "-") << " "
+        << _Parser.GetLineAttributes(gp, rgb[0], rgb[1], rgb[2], type, thickness) << ":" << type
+        << ":" << thickness << ":" << rgb[0] + rgb[1] + rgb[2] << " "
+        << _Parser.GetBehaviourAttributes(gp, visible, selectable) << ":" << int(visible)
+        << int(selectable);
+    return out.str();
+  };
+  const std::string fail = std::to_string(E_FAIL), invalid = std::to_string(E_INVALIDARG);
+  const struct {
+    KalLightXmlElementItf* gp;
+    std::string want;
+  } readers[] = {{Properties(Reference(1)), "9:Color 0:3:0.5:21 0:01"},
+                 {Properties(Reference(3)), "11:MaterialApplication 16:4294967295:-1:21 0:11"},
+                 {Properties(&noId), fail + ":- " + fail + ":7:7:21 " + fail + ":77"},
+                 {&_Stale, "8:- " + fail + ":7:7:21 " + fail + ":77"},
+                 {nullptr, invalid + ":- " + invalid + ":7:7:21 " + invalid + ":77"}};
+  for (const auto& r : readers) EXPECT_EQ(attributes(r.gp), r.want) << NameOf(r.gp);
   KalLightXmlElementItf* found = nullptr;
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(gp1, &found), kVorlaSurfaceColor);
-  EXPECT_EQ(Str(found->GetType()), "Color");
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(gp3, &found), kVorlaSurfaceMaterialApplication);
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(ownerless, &found), E_FAIL);  // childless
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(&_Stale, &found), kVorlaAbsent);
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(gp1, nullptr), E_FAIL);
-  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(nullptr, &found), E_INVALIDARG);
-
-  double rgb[3] = {7, 7, 7};
-  unsigned int type = 0;
-  float thickness = 0;
-  EXPECT_EQ(_Parser.GetLineAttributes(gp1, rgb[0], rgb[1], rgb[2], type, thickness), S_OK);
-  EXPECT_EQ(std::vector<double>(rgb, rgb + 3), std::vector<double>(3, 7.0));
-  EXPECT_EQ(type, 3u);
-  EXPECT_EQ(thickness, 0.5f);
-  EXPECT_EQ(_Parser.GetLineAttributes(gp3, rgb[0], rgb[1], rgb[2], type, thickness),
-            kVorlaLineWithoutColor);
-  EXPECT_EQ(std::vector<double>(rgb, rgb + 3), std::vector<double>(3, 7.0));
-  EXPECT_EQ(type, 0xFFFFFFFFu);
-  EXPECT_EQ(thickness, -1.0f);
-  EXPECT_EQ(_Parser.GetLineAttributes(ownerless, rgb[0], rgb[1], rgb[2], type, thickness), E_FAIL);
-
-  unsigned char visible = 9, selectable = 9;
-  EXPECT_EQ(_Parser.GetBehaviourAttributes(gp1, visible, selectable), S_OK);
-  EXPECT_EQ(visible * 10 + selectable, 1);
-  EXPECT_EQ(_Parser.GetBehaviourAttributes(gp3, visible, selectable), S_OK);
-  EXPECT_EQ(visible * 10 + selectable, 11);
-  EXPECT_EQ(_Parser.GetBehaviourAttributes(ownerless, visible, selectable), E_FAIL);
-  EXPECT_EQ(_Parser.GetBehaviourAttributes(nullptr, visible, selectable), E_INVALIDARG);
+  EXPECT_EQ(_Parser.GetSurfaceAttributesElement(Properties(Reference(1)), nullptr), E_FAIL);
 
   // Materials need a positive id; one of another type is handed out with a failure.
   const struct {
@@ -227,31 +224,28 @@ TEST_F(Presentation, ViewsAndTheirViewpoints) {
     _Parser.GetAlternateViewViewpoint(View(id), &v);
     return v;
   };
-  float *position = nullptr, *sight = nullptr, *right = nullptr, *up = nullptr;
-  float d[4] = {0, 0, 0, 0};
-  EXPECT_EQ(_Parser.GetConicViewpointData(viewpoint(0), &position, &sight, &right, &up, d[0], d[1],
-                                          d[2], d[3]), S_OK);
-  EXPECT_EQ(Floats(position, 3), (std::vector<float>{1, 2, 3}));
-  EXPECT_EQ(Floats(sight, 3), (std::vector<float>{0, 1, 0}));
-  EXPECT_EQ(Floats(up, 3), (std::vector<float>{0, 0, 1}));
-  EXPECT_EQ(right, nullptr);
-  EXPECT_EQ(std::vector<float>(d, d + 4), (std::vector<float>{5, 1, 10000, 0.8f}));
-  for (float* array : {position, sight, up}) delete[] array;
-  position = sight = up = nullptr;
-  EXPECT_EQ(_Parser.GetCylindricViewpointData(viewpoint(3), &position, &sight, &right, &up, d[0],
-                                              d[1], d[2], d[3]), S_OK);
-  EXPECT_EQ(Floats(position, 3), (std::vector<float>{0, 0, 9}));
-  EXPECT_EQ(std::vector<float>(d, d + 4), (std::vector<float>{2, 0.5f, 10000, 4}));
-  delete[] position;
-  position = nullptr;
-  // A required distance missing fails after the vectors were handed over.
-  EXPECT_EQ(_Parser.GetConicViewpointData(viewpoint(9), &position, &sight, &right, &up, d[0], d[1],
-                                          d[2], d[3]), E_FAIL);
-  EXPECT_EQ(Floats(position, 3), (std::vector<float>{1, 2, 3}));
-  delete[] position;
-  EXPECT_EQ(_Parser.GetConicViewpointData(nullptr, &position, &sight, &right, &up, d[0], d[1],
-                                          d[2], d[3]), E_INVALIDARG);
+  // A camera's code, its four vectors ("-" when unwritten; every written one is released) and
+  // its distances. A required distance missing fails after the vectors were handed over.
+  const auto camera = [&](bool conic, KalLightXmlElementItf* viewpoint) {
+    float* vectors[4] = {nullptr, nullptr, nullptr, nullptr};
+    float d[4] = {7, 7, 7, 7};
+    const auto read = conic ? &P::GetConicViewpointData : &P::GetCylindricViewpointData;
+    std::ostringstream out;
+    out << (_Parser.*read)(viewpoint, &vectors[0], &vectors[1], &vectors[2], &vectors[3], d[0],
+                           d[1], d[2], d[3]);
+    for (float* v : vectors) {
+      out << " " << (v ? std::to_string(v[0] + 10 * v[1] + 100 * v[2]) : "-");
+      delete[] v;
+    }
+    for (float x : d) out << " " << x;
+    return out.str();
+  };
+  EXPECT_EQ(camera(true, viewpoint(0)), "0 321.000000 10.000000 - 100.000000 5 1 10000 0.8");
+  EXPECT_EQ(camera(false, viewpoint(3)), "0 900.000000 - - - 2 0.5 10000 4");
+  EXPECT_EQ(camera(true, viewpoint(9)), std::to_string(E_FAIL) + " 321.000000 - - - 7 7 7 7");
+  EXPECT_EQ(camera(true, nullptr), std::to_string(E_INVALIDARG) + " - - - - 7 7 7 7");
 
+  float d[1] = {0};
   float *matrix = nullptr, *projection = &d[0];
   EXPECT_EQ(_Parser.GetCustomViewpointData(viewpoint(1), &matrix, &projection), S_OK);
   EXPECT_EQ(Floats(matrix, 12), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
