@@ -15,6 +15,7 @@
 #include "KalListPtrKalLightXmlElementItf.h"
 #include "KalRawColl.h"
 #include "KalUnicodeString.h"
+#include "KalVorlaDocumentTypes.h"
 #include "KalVorlaNodeAndId.h"
 #include "KalVorlaReferenceAndChild.h"
 #include "KalVorlaResultCodes.h"

@@ -2,6 +2,7 @@
 #ifndef KAL_VORLA_CHILD_WALK_H
 #define KAL_VORLA_CHILD_WALK_H
 
+#include "KalHResult.h"
 #include "KalLightXmlElementItf.h"
 
 namespace kalvorla {
@@ -42,6 +43,13 @@ inline WalkEnd FindChildByTag(const KalLightXmlElementItf* parent, const KalUnic
     found = child;
     return true;
   });
+}
+
+// The code of a search that stops at its match: S_OK when found, E_FAIL on a null child,
+// S_FALSE otherwise (no children, or none matched).
+inline HRESULT SearchResult(WalkEnd end) {
+  if (end == WalkEnd::kStopped) return S_OK;
+  return end == WalkEnd::kNullChild ? E_FAIL : S_FALSE;
 }
 
 // The text after the first ":" of a tag (the whole tag when it has none).

@@ -22,14 +22,7 @@ HRESULT KalVorlaParser::GetVorlaChildNodeFromType(KalLightXmlElementItf* parent,
     *child = c;
     return true;
   });
-  switch (end) {
-    case WalkEnd::kStopped:
-      return S_OK;
-    case WalkEnd::kNullChild:
-      return E_FAIL;
-    default:
-      return S_FALSE;  // no children, or none matched
-  }
+  return kalvorla::SearchResult(end);
 }
 
 HRESULT KalVorlaParser::GetVorlaChildNodeFromName(KalLightXmlElementItf* parent,

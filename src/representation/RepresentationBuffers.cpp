@@ -14,9 +14,6 @@ using kalvorla::WalkEnd;
 namespace {
 
 const char kAssociatedXmlTag[] = "AssociatedXML";
-const char kDocTypeTg1[] = "REP_DOC_TYPE_TG1";
-const char kDocTypeTg2[] = "REP_DOC_TYPE_TG2";
-const char kDocTypeEg1[] = "REP_DOC_TYPE_EG1";
 constexpr KalSettingQsr kQsrEverything = kQsrFaces | kQsrNormals | kQsrPolylines;
 constexpr int kTessellationXml = 0;
 
@@ -26,9 +23,9 @@ const char* DocumentType(const KalLightXmlElementItf& representation) {
   const KalUnicodeString& format = representation.GetAttribute(FORMAT_S);
   int major = 0, minor = 0;
   kalvorla::SplitVersion(representation.GetAttribute(VERSION_S), major, minor);
-  if (format == EXACT_S && major == 1 && minor <= 1) return kDocTypeEg1;
-  if (format == TESSELLATED_S && major == 1 && minor < 2) return kDocTypeTg1;
-  if (format == TESSELLATED_S && major == 2 && minor <= 1) return kDocTypeTg2;
+  if (format == EXACT_S && major == 1 && minor <= 1) return kVorlaDocTypeEg1;
+  if (format == TESSELLATED_S && major == 1 && minor < 2) return kVorlaDocTypeTg1;
+  if (format == TESSELLATED_S && major == 2 && minor <= 1) return kVorlaDocTypeTg2;
   return nullptr;
 }
 

@@ -93,14 +93,7 @@ HRESULT KalVorlaParser::GetRepresentationNode(unsigned int id,
                                      *representation = c;
                                      return true;
                                    });
-  switch (end) {
-    case WalkEnd::kStopped:
-      return S_OK;
-    case WalkEnd::kNullChild:
-      return E_FAIL;
-    default:
-      return S_FALSE;
-  }
+  return kalvorla::SearchResult(end);
 }
 
 HRESULT KalVorlaParser::GetRepresentationNodeFromId(unsigned int id,

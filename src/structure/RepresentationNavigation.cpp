@@ -15,9 +15,6 @@ const char kRepFormatTag[] = "RepFormat";
 const char kFormatChild[] = "format";
 const char kVersionChild[] = "version";
 const char kAssociatedFileAttribute[] = "associatedFile";
-const char kDocTypeTg1[] = "REP_DOC_TYPE_TG1";
-const char kDocTypeTg2[] = "REP_DOC_TYPE_TG2";
-const char kDocTypeEg1[] = "REP_DOC_TYPE_EG1";
 
 // A URN kind no URN can yield, so a text without the URN prefix is told apart.
 constexpr auto kNoUrnKind = static_cast<KalVorlaUrnType>(-1);
@@ -37,11 +34,11 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
   double version = std::nan("");
   versionText.ConvertToNum(&version, "%.2le");
   if (format == TESSELLATED_S && version >= 2.0 && version <= 2.1) {
-    docType = kDocTypeTg2;
+    docType = kVorlaDocTypeTg2;
   } else if (format == TESSELLATED_S && version >= 1.0 && version <= 1.1) {
-    docType = kDocTypeTg1;
+    docType = kVorlaDocTypeTg1;
   } else if (format == EXACT_S && version <= 1.1) {  // no lower bound for exact geometry
-    docType = kDocTypeEg1;
+    docType = kVorlaDocTypeEg1;
   } else {
     return E_FAIL;
   }
