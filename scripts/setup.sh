@@ -1,11 +1,23 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the benchmarks need, skipping those
-# already installed. As root it installs them with apt-get; otherwise it lists what is
-# missing and fails.
+# already installed, then the npm packages of package-lock.json (the glTF validator the tests
+# run). As root it installs Debian packages with apt-get; otherwise it lists what is missing
+# and fails.
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
-          libpugixml-dev libxxhash-dev libxml2-dev python3)
+          libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev libtinygltf-dev
+          nlohmann-json3-dev)
+# Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm)
+cd "$(dirname "$0")/.."
+
+install_npm_packages() {
+  [ -f node_modules/gltf-validator/package.json ] && return 0
+  echo "setup: installing the npm packages of package-lock.json"
+  npm ci --no-audit --no-fund --loglevel=error >/dev/null
+}
 
 missing=()
 for p in "${packages[@]}"; do
@@ -13,7 +25,11 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ ${#missing[@]} -eq 0 ]; then
+  install_npm_packages
+  exit 0
+fi
 
 if [ "$(id -u)" -ne 0 ]; then
   echo "setup: missing Debian packages: ${missing[*]}" >&2
@@ -24,3 +40,4 @@ echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+install_npm_packages

@@ -1,0 +1,107 @@
+// The assembly as plain data, gathered once from the documents through the library: the
+// occurrence tree, the distinct geometries, the representation rows and the views. The
+// commands print or export this and never call the library themselves.
+#ifndef VORLA_ASSEMBLY_H
+#define VORLA_ASSEMBLY_H
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "KalHResult.h"
+#include "KalViz.h"
+
+namespace vorla {
+
+using Matrix = std::array<double, 12>;  // three columns of the linear part, then the translation
+
+struct Rgba {
+  double r = 1, g = 1, b = 1, a = 1;
+  bool operator<(const Rgba& o) const {
+    return std::tie(r, g, b, a) < std::tie(o.r, o.g, o.b, o.a);
+  }
+};
+
+std::string Hex(HRESULT code);  // "0x80004005"
+
+constexpr Matrix kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};
+
+// One distinct representation: its meshes, read once however often it is placed.
+struct Part {
+  std::string key;   // the document that holds it and its id
+  std::string name;  // of the representation reference that first led to it
+  std::string docType;
+  std::vector<KalMesh> meshes;
+  std::string problem;  // why it has no geometry; empty when it converted
+};
+
+// One representation format reachable from a reference.
+struct RepRow {
+  std::string document, reference, repInstance, repReference, docType, urn, location;
+  int referenceId = -1, repInstanceId = -1, repReferenceId = -1;
+  HRESULT locationCode = S_OK, bufferCode = S_OK;
+  unsigned int size = 0;
+  std::string tag;
+  int part = -1;  // index in Assembly::parts, -1 when not read
+};
+
+struct Occurrence {
+  std::string name;  // of the instance; the root occurrence has none
+  int instanceId = -1;
+  std::string reference;
+  int referenceId = -1;
+  std::string document;      // that holds the reference
+  std::string externalFile;  // as the instance names it, when the reference is elsewhere
+  Matrix matrix = kIdentity;
+  std::vector<int> parts;     // indices in Assembly::parts
+  std::optional<Rgba> color;  // the instance's, else its reference's, else inherited
+  std::string problem;        // why it has no children: a cycle, a file that cannot be read
+  bool truncated = false;     // children left out by a depth limit
+  std::vector<Occurrence> children;
+};
+
+struct View {
+  int id = 0;
+  std::string name, description;
+  enum class Kind { kNone, kCustom, kPerspective, kParallel } kind = Kind::kNone;
+  std::array<float, 3> position{}, sight{}, up{};
+  float targetDistance = 0, nearPlane = 0, farPlane = 0, fieldOfView = 0, height = 0;
+  std::vector<int> occurrences;  // overridden by the view's properties
+};
+
+struct Assembly {
+  std::string file, rootFile;
+  HRESULT loadCode = S_OK;
+  int instances = 0, references = 0, representations = 0, materials = 0;
+  std::vector<std::string> sets;  // the applicative sets present
+  Occurrence root;
+  std::vector<Part> parts;
+  std::vector<RepRow> reps;
+  std::vector<View> views;
+  std::vector<std::string> warnings;
+};
+
+struct GatherOptions {
+  int depth = -1;         // levels of instances to expand; -1 for all
+  bool geometry = true;   // read the geometry buffers into parts
+  std::function<void(size_t)> progress;  // told the number of occurrences so far
+};
+
+// Gathers the assembly of the document at `path` through the library; false, with `code`, when it cannot be read.
+bool Gather(const std::string& path, const GatherOptions& options, Assembly& assembly,
+            HRESULT& code);
+
+// The box around every placed part's positions, in the root reference's frame; false when
+// nothing with geometry is placed.
+bool PlacedBounds(const Assembly& assembly, std::array<double, 3>& low, std::array<double, 3>& high);
+
+// The product of two placements (a then b: b's frame inside a's).
+Matrix Compose(const Matrix& a, const Matrix& b);
+Matrix Identity();
+
+}  // namespace vorla
+
+#endif

@@ -1,0 +1,83 @@
+// vorla tree: the product structure from the root reference, one line per occurrence.
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+
+#include "Commands.h"
+#include "Output.h"
+
+namespace vorla {
+
+namespace {
+
+nlohmann::ordered_json ToJson(const Assembly& assembly, const Occurrence& o) {
+  nlohmann::ordered_json node;
+  if (o.instanceId >= 0) node["instance"] = {{"name", o.name}, {"id", o.instanceId}};
+  node["reference"] = {{"name", o.reference}, {"id", o.referenceId}};
+  if (!o.externalFile.empty()) node["file"] = o.externalFile;
+  node["representations"] = nlohmann::ordered_json::array();
+  for (int p : o.parts) {
+    node["representations"].push_back(
+        {{"name", assembly.parts[p].name}, {"docType", assembly.parts[p].docType}});
+  }
+  if (!o.problem.empty()) node["problem"] = o.problem;
+  if (o.truncated) node["truncated"] = true;
+  node["children"] = nlohmann::ordered_json::array();
+  for (const Occurrence& child : o.children) node["children"].push_back(ToJson(assembly, child));
+  return node;
+}
+
+void PrintText(const Assembly& assembly, const Occurrence& o, int depth) {
+  const std::string indent(2 * depth, ' ');
+  std::cout << indent;
+  if (o.instanceId >= 0) {
+    std::cout << "instance \"" << o.name << "\" [" << o.instanceId << "] -> ";
+    if (!o.externalFile.empty()) std::cout << o.externalFile << ": ";
+  }
+  if (o.referenceId >= 0 || !o.reference.empty()) {
+    std::cout << "reference \"" << o.reference << "\" [" << o.referenceId << "]";
+  }
+  if (!o.problem.empty()) std::cout << (o.referenceId >= 0 ? ": " : "") << o.problem;
+  if (o.truncated) std::cout << " ...";
+  std::cout << "\n";
+  for (int p : o.parts) {
+    std::cout << indent << "  representation \"" << assembly.parts[p].name << "\" "
+              << assembly.parts[p].docType << "\n";
+  }
+  for (const Occurrence& child : o.children) PrintText(assembly, child, depth + 1);
+}
+
+}  // namespace
+
+void AddTreeCommand(CLI::App& app, int& exitCode) {
+  struct Options {
+    std::string file;
+    bool json = false;
+    int depth = -1;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("tree", "The product structure as an indented tree");
+  command->add_option("FILE", options->file, "Vorla document (archive or XML)")->required();
+  command->add_option("--depth", options->depth, "Levels of instances to show (all by default)")
+      ->check(CLI::NonNegativeNumber);
+  command->add_flag("--json", options->json, "Print one JSON document");
+  command->callback([options, &exitCode]() {
+    Assembly assembly;
+    HRESULT code = S_OK;
+    GatherOptions gather;
+    gather.depth = options->depth;
+    gather.geometry = false;
+    if (!Gather(options->file, gather, assembly, code)) {
+      exitCode = ReportDocumentError(options->file, code);
+      return;
+    }
+    if (options->json) {
+      std::cout << ToJson(assembly, assembly.root).dump(2) << "\n";
+    } else {
+      PrintText(assembly, assembly.root, 0);
+    }
+    PrintWarnings(assembly);
+  });
+}
+
+}  // namespace vorla

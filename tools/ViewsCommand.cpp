@@ -1,0 +1,94 @@
+// vorla views: the default and alternate views, their cameras and overridden occurrences.
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <sstream>
+
+#include "Commands.h"
+#include "Output.h"
+
+namespace vorla {
+
+namespace {
+
+const char* KindName(View::Kind kind) {
+  switch (kind) {
+    case View::Kind::kCustom: return "custom";
+    case View::Kind::kPerspective: return "perspective";
+    case View::Kind::kParallel: return "parallel";
+    default: return "unreadable";
+  }
+}
+
+std::string Triple(const std::array<float, 3>& v) {
+  std::ostringstream out;
+  out << "(" << v[0] << ", " << v[1] << ", " << v[2] << ")";
+  return out.str();
+}
+
+}  // namespace
+
+void AddViewsCommand(CLI::App& app, int& exitCode) {
+  struct Options {
+    std::string file;
+    bool json = false;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("views", "Views, their viewpoints and overrides");
+  command->add_option("FILE", options->file, "Vorla document (archive or XML)")->required();
+  command->add_flag("--json", options->json, "Print one JSON document");
+  command->callback([options, &exitCode]() {
+    Assembly assembly;
+    HRESULT code = S_OK;
+    GatherOptions gather;
+    gather.depth = 0;
+    gather.geometry = false;
+    if (!Gather(options->file, gather, assembly, code)) {
+      exitCode = ReportDocumentError(options->file, code);
+      return;
+    }
+    nlohmann::ordered_json views = nlohmann::ordered_json::array();
+    for (const View& v : assembly.views) {
+      const bool camera = v.kind == View::Kind::kPerspective || v.kind == View::Kind::kParallel;
+      if (options->json) {
+        nlohmann::ordered_json view = {{"id", v.id},
+                                       {"name", v.name},
+                                       {"description", v.description},
+                                       {"viewpoint", KindName(v.kind)}};
+        if (camera) {
+          view["position"] = v.position;
+          view["sight"] = v.sight;
+          view["up"] = v.up;
+          view["targetDistance"] = v.targetDistance;
+          view["nearPlaneDistance"] = v.nearPlane;
+          view["farPlaneDistance"] = v.farPlane;
+          view[v.kind == View::Kind::kPerspective ? "fieldOfView" : "visualizedHeight"] =
+              v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height;
+        }
+        view["occurrences"] = v.occurrences;
+        views.push_back(view);
+        continue;
+      }
+      std::cout << "view " << v.id << " \"" << v.name << "\": " << KindName(v.kind)
+                << " viewpoint\n";
+      if (!v.description.empty()) std::cout << "  " << v.description << "\n";
+      if (camera) {
+        std::cout << "  position " << Triple(v.position) << ", sight " << Triple(v.sight)
+                  << ", up " << Triple(v.up) << "\n  target distance " << v.targetDistance
+                  << ", near " << v.nearPlane << ", far " << v.farPlane << ", "
+                  << (v.kind == View::Kind::kPerspective ? "field of view " : "height ")
+                  << (v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height) << "\n";
+      }
+      if (!v.occurrences.empty()) {
+        std::cout << "  overrides occurrences";
+        for (int o : v.occurrences) std::cout << " " << o;
+        std::cout << "\n";
+      }
+    }
+    if (options->json) std::cout << views.dump(2) << "\n";
+    if (assembly.views.empty() && !options->json) std::cout << "no views\n";
+    PrintWarnings(assembly);
+  });
+}
+
+}  // namespace vorla
