@@ -189,8 +189,8 @@ void GatherViews(Document& doc, Assembly& assembly) {
     HRESULT read = E_FAIL;
     if (kind == kVorlaPerspectiveViewpoint || kind == kVorlaParallelViewpoint) {
       const bool conic = kind == kVorlaPerspectiveViewpoint;
-      const auto reader =
-          conic ? &KalVorlaParser::GetConicViewpointData : &KalVorlaParser::GetCylindricViewpointData;
+      const auto reader = conic ? &KalVorlaParser::GetConicViewpointData
+                                : &KalVorlaParser::GetCylindricViewpointData;
       read = (parser.*reader)(viewpoint, &vectors[0], &vectors[1], &vectors[2], &vectors[3],
                               view.targetDistance, view.nearPlane, view.farPlane, last);
       (conic ? view.fieldOfView : view.height) = last;
@@ -209,7 +209,8 @@ void GatherViews(Document& doc, Assembly& assembly) {
       assembly.warnings.push_back("view \"" + view.name + "\" has no camera that can be read");
       view.kind = View::Kind::kNone;
     } else if (view.kind == View::Kind::kCustom) {
-      assembly.warnings.push_back("view \"" + view.name + "\" has a custom viewpoint; not exported");
+      assembly.warnings.push_back("view \"" + view.name +
+                                  "\" has a custom viewpoint; not exported");
     }
     KalRawCollint occurrences;
     parser.GetOccurenceIdList(element, occurrences);
@@ -284,7 +285,7 @@ bool PlacedBounds(const Assembly& assembly, std::array<double, 3>& low,
   }
   bool found = false;
   std::function<void(const Occurrence&, const Matrix&)> visit = [&](const Occurrence& o,
-                                                                     const Matrix& world) {
+                                                                    const Matrix& world) {
     for (int p : o.parts) {
       if (empty[p]) continue;
       for (int corner = 0; corner < 8; ++corner) {
@@ -315,8 +316,8 @@ bool Gather(const std::string& path, const GatherOptions& options, Assembly& ass
   GatherCounts(*root, assembly);
   Element* rootReference = root->RootReference();
   if (rootReference != nullptr) {
-    Gatherer(documents, options, assembly).Visit(*root, rootReference, assembly.root, 0,
-                                                    std::nullopt);
+    Gatherer(documents, options, assembly)
+        .Visit(*root, rootReference, assembly.root, 0, std::nullopt);
   } else {
     assembly.warnings.push_back("the document has no root reference");
   }

@@ -85,18 +85,20 @@ struct Assembly {
 };
 
 struct GatherOptions {
-  int depth = -1;         // levels of instances to expand; -1 for all
-  bool geometry = true;   // read the geometry buffers into parts
+  int depth = -1;                        // levels of instances to expand; -1 for all
+  bool geometry = true;                  // read the geometry buffers into parts
   std::function<void(size_t)> progress;  // told the number of occurrences so far
 };
 
-// Gathers the assembly of the document at `path` through the library; false, with `code`, when it cannot be read.
+// Gathers the assembly of the document at `path` through the library; false, with `code`, when it
+// cannot be read.
 bool Gather(const std::string& path, const GatherOptions& options, Assembly& assembly,
             HRESULT& code);
 
 // The box around every placed part's positions, in the root reference's frame; false when
 // nothing with geometry is placed.
-bool PlacedBounds(const Assembly& assembly, std::array<double, 3>& low, std::array<double, 3>& high);
+bool PlacedBounds(const Assembly& assembly, std::array<double, 3>& low,
+                  std::array<double, 3>& high);
 
 // The product of two placements (a then b: b's frame inside a's).
 Matrix Compose(const Matrix& a, const Matrix& b);

@@ -150,8 +150,10 @@ std::optional<Rgba> Document::ColorOfProperties(Element* graphicProperties) {
   Rgba color;
   switch (_pParser->GetColor(surface, color.r, color.g, color.b, color.a)) {
     case kVorlaColorWithAlpha:
-    case kVorlaColorWithoutAlpha: return color;
-    default: return std::nullopt;  // unset, alpha only, or unreadable
+    case kVorlaColorWithoutAlpha:
+      return color;
+    default:
+      return std::nullopt;  // unset, alpha only, or unreadable
   }
 }
 

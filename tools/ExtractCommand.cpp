@@ -32,7 +32,7 @@ void AddExtractCommand(CLI::App& app, int& exitCode) {
     unsigned int size = 0;
     KalUnicodeString tag;
     code = document->Parser().GetBufferFromGeometricRepresentationID(options->id.c_str(), bytes,
-                                                                       size, tag);
+                                                                     size, tag);
     const std::unique_ptr<char[]> owned(bytes);
     if (code == kVorlaFormatNotSupported) {
       std::cerr << "vorla: representation " << options->id

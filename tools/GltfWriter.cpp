@@ -308,7 +308,8 @@ class Builder {
       for (const auto& placement : placements) _Model.nodes[placement.node].mesh = -1;
       tinygltf::Value::Object attributes;
       const size_t n = placements.size();
-      attributes["TRANSLATION"] = tinygltf::Value(AddFloatsOfType(translations, TINYGLTF_TYPE_VEC3, n));
+      attributes["TRANSLATION"] =
+          tinygltf::Value(AddFloatsOfType(translations, TINYGLTF_TYPE_VEC3, n));
       attributes["ROTATION"] = tinygltf::Value(AddFloatsOfType(rotations, TINYGLTF_TYPE_VEC4, n));
       attributes["SCALE"] = tinygltf::Value(AddFloatsOfType(scales, TINYGLTF_TYPE_VEC3, n));
       tinygltf::Value::Object extension;

@@ -1,7 +1,6 @@
 // vorla info: what a document holds, in numbers.
-#include <nlohmann/json.hpp>
-
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Commands.h"
 #include "KalVorlaResultCodes.h"
@@ -15,7 +14,8 @@ void AddInfoCommand(CLI::App& app, int& exitCode) {
     bool json = false;
   };
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("info", "Counts, sets, views, materials and the bounding box");
+  CLI::App* command =
+      app.add_subcommand("info", "Counts, sets, views, materials and the bounding box");
   command->add_option("FILE", options->file, "Vorla document (archive or XML)")->required();
   command->add_flag("--json", options->json, "Print one JSON document");
   command->callback([options, &exitCode]() {

@@ -15,10 +15,14 @@ namespace vorla {
 
 std::string DescribeLoadCode(HRESULT code) {
   switch (code) {
-    case E_FAIL: return "it is missing, not a Vorla document, or damaged";
-    case E_OUTOFMEMORY: return "there is not enough memory to load it";
-    case kVorlaVersionRefused: return "its schema version (3 or above) is not supported";
-    default: return "it cannot be loaded";
+    case E_FAIL:
+      return "it is missing, not a Vorla document, or damaged";
+    case E_OUTOFMEMORY:
+      return "there is not enough memory to load it";
+    case kVorlaVersionRefused:
+      return "its schema version (3 or above) is not supported";
+    default:
+      return "it cannot be loaded";
   }
 }
 

@@ -1,7 +1,6 @@
 // vorla reps: every representation reachable from the structure, one row each.
-#include <nlohmann/json.hpp>
-
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Commands.h"
 #include "KalVorlaResultCodes.h"

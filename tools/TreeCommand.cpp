@@ -1,7 +1,6 @@
 // vorla tree: the product structure from the root reference, one line per occurrence.
-#include <nlohmann/json.hpp>
-
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Commands.h"
 #include "Output.h"

@@ -1,7 +1,8 @@
 // vorla views: the default and alternate views, their cameras and overridden occurrences.
-#include <nlohmann/json.hpp>
-
+#include <cstdio>
+#include <cstdlib>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Commands.h"
@@ -13,11 +14,26 @@ namespace {
 
 const char* KindName(View::Kind kind) {
   switch (kind) {
-    case View::Kind::kCustom: return "custom";
-    case View::Kind::kPerspective: return "perspective";
-    case View::Kind::kParallel: return "parallel";
-    default: return "unreadable";
+    case View::Kind::kCustom:
+      return "custom";
+    case View::Kind::kPerspective:
+      return "perspective";
+    case View::Kind::kParallel:
+      return "parallel";
+    default:
+      return "unreadable";
   }
+}
+
+// A float as the double a reader expects (0.8, not 0.800000011920929).
+double Plain(float f) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.7g", f);
+  return std::strtod(text, nullptr);
+}
+
+std::vector<double> Plain(const std::array<float, 3>& v) {
+  return {Plain(v[0]), Plain(v[1]), Plain(v[2])};
 }
 
 std::string Triple(const std::array<float, 3>& v) {
@@ -56,14 +72,14 @@ void AddViewsCommand(CLI::App& app, int& exitCode) {
                                        {"description", v.description},
                                        {"viewpoint", KindName(v.kind)}};
         if (camera) {
-          view["position"] = v.position;
-          view["sight"] = v.sight;
-          view["up"] = v.up;
-          view["targetDistance"] = v.targetDistance;
-          view["nearPlaneDistance"] = v.nearPlane;
-          view["farPlaneDistance"] = v.farPlane;
+          view["position"] = Plain(v.position);
+          view["sight"] = Plain(v.sight);
+          view["up"] = Plain(v.up);
+          view["targetDistance"] = Plain(v.targetDistance);
+          view["nearPlaneDistance"] = Plain(v.nearPlane);
+          view["farPlaneDistance"] = Plain(v.farPlane);
           view[v.kind == View::Kind::kPerspective ? "fieldOfView" : "visualizedHeight"] =
-              v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height;
+              Plain(v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height);
         }
         view["occurrences"] = v.occurrences;
         views.push_back(view);
@@ -73,9 +89,9 @@ void AddViewsCommand(CLI::App& app, int& exitCode) {
                 << " viewpoint\n";
       if (!v.description.empty()) std::cout << "  " << v.description << "\n";
       if (camera) {
-        std::cout << "  position " << Triple(v.position) << ", sight " << Triple(v.sight)
-                  << ", up " << Triple(v.up) << "\n  target distance " << v.targetDistance
-                  << ", near " << v.nearPlane << ", far " << v.farPlane << ", "
+        std::cout << "  position " << Triple(v.position) << ", sight " << Triple(v.sight) << ", up "
+                  << Triple(v.up) << "\n  target distance " << v.targetDistance << ", near "
+                  << v.nearPlane << ", far " << v.farPlane << ", "
                   << (v.kind == View::Kind::kPerspective ? "field of view " : "height ")
                   << (v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height) << "\n";
       }
