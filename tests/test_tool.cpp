@@ -139,6 +139,40 @@ TEST(Tool, APartPlacedManyTimesIsStoredOnce) {
   }
 }
 
+// What cannot be converted is named in one warning; a part without geometry is a node without
+// a mesh, and the file stays valid.
+TEST(Tool, UnconvertibleAndEmptyPartsAreReportedNotDropped) {
+  kaltest::TempDir dir;
+  std::string xml = Placements(1);
+  const std::string set = "<GeometricRepresentationSet>";
+  xml.replace(xml.find(set), set.size(),
+              set + "<Representation id='9' format='EXACT' version='1.2'/>"
+                    "<Representation id='8' format='TESSELLATED' version='1.0'>"
+                    "<AssociatedXML/></Representation>");
+  // The tile's first format now points at the exact representation; a second reference
+  // places the empty one.
+  xml.replace(xml.find("</ProductStructure>"), 0,
+              "<Reference3D xsi:type='Reference3DType' id='5' name='Empty'/>"
+              "<Instance3D xsi:type='Instance3DType' id='6' name='e'><IsAggregatedBy>1"
+              "</IsAggregatedBy><IsInstanceOf>urn:VORLA:Reference:loc:5</IsInstanceOf>"
+              "</Instance3D><InstanceRep xsi:type='InstanceRepType' id='7'><IsAggregatedBy>5"
+              "</IsAggregatedBy><IsInstanceOf>urn:VORLA:Reference:loc:10</IsInstanceOf>"
+              "</InstanceRep><ReferenceRep xsi:type='ReferenceRepType' id='10' name='Nothing'/>"
+              "<RepFormat xsi:type='RepFormatType' owner='10' associatedFile='urn:VORLA:"
+              "Representation:loc:8'><format>TESSELLATED</format><version>1.0</version>"
+              "</RepFormat>");
+  kaltest::WriteFile(dir.File("odd.xml"), xml);
+  const Result r = Vorla("export " + dir.File("odd.xml") + " -o " + dir.File("odd.glb"), dir);
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(r.err.substr(0, r.err.find("vorla: wrote")),
+            "vorla: warning: 1 representation(s) without geometry that can be converted:\n"
+            "  " + dir.File("odd.xml") + "#9 (Tile shape): format or version not supported\n");
+  EXPECT_NE(r.err.find(": 3 nodes, 0 meshes, 0 vertices stored"), std::string::npos) << r.err;
+  const std::string report = Validate(dir.File("odd.glb"), dir);
+  EXPECT_EQ(report.substr(0, report.find(",\"infos\"")),
+            Clean(dir.File("odd.glb")).substr(0, Clean(dir.File("odd.glb")).find(",\"infos\"")));
+}
+
 // Usage 2, unreadable documents 1, outputs that cannot or must not be written 3; a reference
 // that instantiates itself is reported once and the walk goes on.
 TEST(Tool, ExitCodesAndCycles) {
