@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KalLightXmlElementItf.h"
+#include "KalRawColl.h"
 
 namespace kaltest {
 
@@ -76,9 +77,29 @@ class HttpServer {
 
 inline std::string Str(const KalUnicodeString& s) { return s.ConvertToChar(); }
 
+// A product-structure element typed after its tag ("Instance3D": "Instance3DType"), with more
+// attributes, the id of the reference that aggregates it, the URN it instantiates and further
+// content; empty strings add nothing.
+inline std::string Entity(const std::string& tag, const std::string& attributes,
+                          const std::string& parent = "", const std::string& urn = "",
+                          const std::string& content = "") {
+  return "<" + tag + " xsi:type='" + tag + "Type' " + attributes + ">" +
+         (parent.empty() ? "" : "<IsAggregatedBy>" + parent + "</IsAggregatedBy>") +
+         (urn.empty() ? "" : "<IsInstanceOf>" + urn + "</IsInstanceOf>") + content + "</" + tag +
+         ">";
+}
+
 // The "name" attribute of an element; "<null>" for no element.
 inline std::string NameOf(const KalLightXmlElementItf* e) {
   return e == nullptr ? "<null>" : Str(e->GetAttribute("name"));
+}
+
+// The names of a collection's elements, space-separated.
+inline std::string Names(const KalRawCollPV& elements) {
+  std::string names;
+  for (int i = 1; i <= elements.Size(); ++i)
+    names += (i > 1 ? " " : "") + NameOf(static_cast<KalLightXmlElementItf*>(elements[i]));
+  return names;
 }
 
 // A Vorla root document: a header with the given schema version, then `body`.

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "KalViz.h"
@@ -13,6 +14,7 @@
 namespace {
 
 using P = KalVorlaParser;
+using kaltest::Entity;
 using kaltest::NameOf;
 using kaltest::Str;
 
@@ -81,43 +83,35 @@ class Representations : public ::testing::Test {
 };
 
 // Decoded data ends the search; tessellations become Qsr buffers and a later data child or a
-// later representation of the same id replaces them; damaged content gives no buffer.
+// later representation of the same id replaces them; damaged content gives no buffer. Only
+// representation URNs are followed; files that are missing or not documents give no
+// representation set to search.
 TEST_F(Representations, BuffersComeFromBase64DataOrTessellations) {
-  Load("<ProductStructure root='1'/><GeometricRepresentationSet>" +
-       Rep("1", "TESSELLATED", "1.0", Data("AAEC/f7/\n +w==")) +
-       Rep("2", "EXACT", "1.2", Data("QQ==")) + Rep("3", "TESSELLATED", "2.1", kMesh) +
-       Rep("4", "TESSELLATED", "2.2", Data("QQ==")) + Rep("5", "EXACT", "1.1", Data("QUJD")) +
-       Rep("6", "TESSELLATED", "1.0", Data("QU!=")) +
-       Rep("7", "TESSELLATED", "1.0",
-           "<AssociatedXML><Mesh><Positions>0 0</Positions></Mesh>"
-           "</AssociatedXML>") +
-       Rep("8", "TESSELLATED", "1.0", kMesh + Data("QUI=") + kMesh) +
-       Rep("9", "TESSELLATED", "1.1", "<Other/>") + Rep("10", "TESSELLATED", "1.0", kMesh) +
-       Rep("10", "TESSELLATED", "1.0", Data("QQ==")) + Rep("11", "TESSELLATED", "1.0", kMesh) +
-       Rep("11", "EXACT", "3.0", "") + "</GeometricRepresentationSet>");
-  const std::string tg1 = "0 REP_DOC_TYPE_TG1 ";
-  const struct {
-    const char* id;
-    std::string want;
-  } cases[] = {{"1", tg1 + std::string("\x00\x01\x02\xfd\xfe\xff\xfb", 7)},
-               {"2", "24 stale <null>"},
-               {"3", "0 REP_DOC_TYPE_TG2 " + kMeshSummary},
-               {"4", "24 stale <null>"},
-               {"5", "0 REP_DOC_TYPE_EG1 ABC"},
-               {"6", tg1 + "<null> size 0"},
-               {"7", tg1 + "<null> size 0"},
-               {"8", tg1 + "AB"},
-               {"9", tg1 + "<null>"},
-               {"10", tg1 + "A"},
-               {"11", "24 REP_DOC_TYPE_TG1 " + kMeshSummary},
-               {"12", "0 stale <null>"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(BufferOf(_Parser, std::string("urn:VORLA:Representation:loc:") + c.id), c.want)
-        << c.id;
-  }
-  // Only representation URNs are followed.
-  EXPECT_EQ(BufferOf(_Parser, "urn:VORLA:TechRep:loc:1"), std::to_string(E_FAIL) + " stale <null>");
-  EXPECT_EQ(BufferOf(_Parser, "1"), std::to_string(E_FAIL) + " stale <null>");
+  const std::string T = "TESSELLATED", E = "EXACT";
+  Load(
+      "<ProductStructure root='1'/><GeometricRepresentationSet>" +
+      Rep("1", T, "1.0", Data("AAEC/f7/\n +w==")) + Rep("2", E, "1.2", Data("QQ==")) +
+      Rep("3", T, "2.1", kMesh) + Rep("4", T, "2.2", Data("QQ==")) +
+      Rep("5", E, "1.1", Data("QUJD")) + Rep("6", T, "1.0", Data("QU!=")) +
+      Rep("7", T, "1.0", "<AssociatedXML><Mesh><Positions>0 0</Positions></Mesh></AssociatedXML>") +
+      Rep("8", T, "1.0", kMesh + Data("QUI=") + kMesh) + Rep("9", T, "1.1", "<Other/>") +
+      Rep("10", T, "1.0", kMesh) + Rep("10", T, "1.0", Data("QQ==")) + Rep("11", T, "1.0", kMesh) +
+      Rep("11", E, "3.0", "") + "</GeometricRepresentationSet>");
+  kaltest::WriteFile(_Dir.File("junk.vorla"), "not xml");
+  const std::string loc = "urn:VORLA:Representation:loc:", ext = "urn:VORLA:Representation:ext:";
+  const std::string tg1 = "0 REP_DOC_TYPE_TG1 ", none = std::to_string(E_FAIL) + " stale <null>";
+  // clang-format off
+  const std::pair<std::string, std::string> cases[] = {
+      {loc + "1", tg1 + std::string("\x00\x01\x02\xfd\xfe\xff\xfb", 7)},
+      {loc + "2", "24 stale <null>"}, {loc + "3", "0 REP_DOC_TYPE_TG2 " + kMeshSummary},
+      {loc + "4", "24 stale <null>"}, {loc + "5", "0 REP_DOC_TYPE_EG1 ABC"},
+      {loc + "6", tg1 + "<null> size 0"}, {loc + "7", tg1 + "<null> size 0"},
+      {loc + "8", tg1 + "AB"}, {loc + "9", tg1 + "<null>"}, {loc + "10", tg1 + "A"},
+      {loc + "11", "24 REP_DOC_TYPE_TG1 " + kMeshSummary}, {loc + "12", "0 stale <null>"},
+      {"urn:VORLA:TechRep:loc:1", none}, {"1", none},
+      {ext + "missing.vorla#1", none}, {ext + "junk.vorla#1", none}};
+  // clang-format on
+  for (const auto& [urn, want] : cases) EXPECT_EQ(BufferOf(_Parser, urn), want) << urn;
   unsigned int size = 0;
   KalUnicodeString format;
   EXPECT_EQ(_Parser.GetRepBufferFromUrn("urn:VORLA:Representation:loc:1", nullptr, size, format),
@@ -130,12 +124,6 @@ TEST_F(Representations, BuffersComeFromBase64DataOrTessellations) {
   auto notAFormat = kaltest::ParseXml("<Other associatedFile='urn:VORLA:Representation:loc:1'/>");
   EXPECT_EQ(_Parser.GetGeometricRepresentationBuffer(notAFormat.get(), &buffer, size, format),
             E_FAIL);
-  // Files that are missing or not documents give no representation set to search.
-  kaltest::WriteFile(_Dir.File("junk.vorla"), "not xml");
-  for (const char* name : {"missing.vorla", "junk.vorla"}) {
-    EXPECT_EQ(BufferOf(_Parser, std::string("urn:VORLA:Representation:ext:") + name + "#1"),
-              std::to_string(E_FAIL) + " stale <null>");
-  }
 }
 
 // Lookups by id read "%u", a missing id counting as 0; the older lookup reads "%d" and matches
@@ -148,27 +136,22 @@ TEST_F(Representations, LookupsByIdHandOutTheElementOrACopy) {
        "<SpecificExtension id='5' name='t5'/></SpecificExtensionSet>");
   using Lookup = HRESULT (P::*)(unsigned int, KalLightXmlElementItf**, long);
   const Lookup rep = &P::GetRepresentationNodeFromId, tech = &P::GetTechRepNodeFromId;
-  const struct {
-    Lookup lookUp;
-    unsigned int id;
-    long mode;
-    HRESULT code;
-    const char* found;
-  } cases[] = {{rep, 20, 0, S_OK, "a"},          {rep, 0, 0, S_OK, "no-id"},
-               {rep, 0xFFFFFFFF, 7, 7, "minus"}, {rep, 5, 0, S_FALSE, "stale"},
-               {tech, 5, 0, S_OK, "t5"},         {tech, 20, 0, S_FALSE, "stale"}};
+  const std::tuple<Lookup, unsigned int, long, HRESULT, const char*> cases[] = {
+      {rep, 20, 0, S_OK, "a"},       {rep, 0, 0, S_OK, "no-id"}, {rep, 0xFFFFFFFF, 7, 7, "minus"},
+      {rep, 5, 0, S_FALSE, "stale"}, {tech, 5, 0, S_OK, "t5"},   {tech, 20, 0, S_FALSE, "stale"}};
   kaltest::FakeElement stale("Stale", {}, "stale");
-  for (const auto& c : cases) {
+  for (const auto& [lookUp, id, mode, code, name] : cases) {
     KalLightXmlElementItf* found = &stale;
-    EXPECT_EQ((_Parser.*c.lookUp)(c.id, &found, c.mode), c.code) << c.id;
-    EXPECT_EQ(NameOf(found), c.found) << c.id;
+    EXPECT_EQ((_Parser.*lookUp)(id, &found, mode), code) << id;
+    EXPECT_EQ(NameOf(found), name) << id;
   }
-  KalLightXmlElementItf* found = &stale;
-  EXPECT_EQ(_Parser.GetRepresentationNode(20, &found), S_OK);
-  EXPECT_EQ(NameOf(found), "a");
-  EXPECT_EQ(_Parser.GetRepresentationNode(0, &found), S_FALSE);
-  EXPECT_EQ(_Parser.GetRepresentationNode(0xFFFFFFFF, &found), S_OK);
-  EXPECT_EQ(NameOf(found), "minus");
+  std::string older;
+  for (unsigned int id : {20u, 0u, 0xFFFFFFFFu}) {
+    KalLightXmlElementItf* found = &stale;
+    const HRESULT code = _Parser.GetRepresentationNode(id, &found);
+    older += std::to_string(code) + ":" + NameOf(found) + " ";
+  }
+  EXPECT_EQ(older, "0:a 1:stale 0:minus ");
   EXPECT_EQ(_Parser.GetRepresentationNode(20, nullptr), E_FAIL);
   EXPECT_EQ(_Parser.GetTechRepNodeFromId(5, nullptr, 0), E_FAIL);
 
@@ -179,14 +162,13 @@ TEST_F(Representations, LookupsByIdHandOutTheElementOrACopy) {
     EXPECT_EQ(other.GetRepresentationNodeFromId(20, &copy, kVorlaCopyMode), kVorlaCopyMode);
   }
   std::unique_ptr<KalLightXmlElementItf> owned(copy);
-  ASSERT_NE(copy, nullptr);
-  KalPosition cursor = copy->GetHeadPosition();
+  KalPosition cursor = copy ? copy->GetHeadPosition() : nullptr;
   ASSERT_NE(cursor, nullptr);
   EXPECT_EQ(NameOf(copy) + "/" + NameOf(copy->GetNextChild(cursor)), "a/kept");
 
-  P empty;
-  EXPECT_EQ(empty.GetRepresentationNodeFromId(20, &found, 0), E_FAIL);  // no set loaded
-  EXPECT_EQ(empty.GetRepresentationNode(20, &found), E_FAIL);
+  P empty;  // no set loaded
+  EXPECT_EQ(empty.GetRepresentationNodeFromId(20, &copy, 0), E_FAIL);
+  EXPECT_EQ(empty.GetRepresentationNode(20, &copy), E_FAIL);
 }
 
 // "loc" gives 4 and the id; anything else 3 and the rest after the second colon, which loses
@@ -197,25 +179,22 @@ TEST(RepresentationLocation, LocalIdsOrFileNamesNormalisedAgainstTheArchive) {
   kaltest::WriteVorlaArchive(dir.File("a.vorla"), "Root.xml", doc, {{"geo.bin", "x"}});
   kaltest::WriteFile(dir.File("doc.xml"), doc);
   const std::string prefix = "urn:VORLA:Representation:";
-  const struct {
-    std::string urn;
-    HRESULT code;
-    const char *plain, *archive;
-  } cases[] = {{prefix + "loc:12", 4, "12", "12"},
-               {prefix + "ext:./geo.bin", 3, "./geo.bin", "geo.bin"},
-               {prefix + "ext:./sub/geo.bin", 3, "./sub/geo.bin", "sub/geo.bin"},
-               {prefix + "ext:.\\geo.bin", 3, ".\\geo.bin", ".\\geo.bin"},
-               {prefix + "ext:x/./geo.bin", 3, "x/./geo.bin", "x/./geo.bin"},
-               {prefix + "ext:./geo.bin#3", 3, "./geo.bin#3", "./geo.bin#3"},
-               {"urn:VORLA:TechRep:loc:5", 3, "TechRep:loc:5", "TechRep:loc:5"}};
+  const std::tuple<std::string, HRESULT, const char*, const char*> cases[] = {
+      {prefix + "loc:12", 4, "12", "12"},
+      {prefix + "ext:./geo.bin", 3, "./geo.bin", "geo.bin"},
+      {prefix + "ext:./sub/geo.bin", 3, "./sub/geo.bin", "sub/geo.bin"},
+      {prefix + "ext:.\\geo.bin", 3, ".\\geo.bin", ".\\geo.bin"},
+      {prefix + "ext:x/./geo.bin", 3, "x/./geo.bin", "x/./geo.bin"},
+      {prefix + "ext:./geo.bin#3", 3, "./geo.bin#3", "./geo.bin#3"},
+      {"urn:VORLA:TechRep:loc:5", 3, "TechRep:loc:5", "TechRep:loc:5"}};
   for (const bool archive : {false, true}) {
     P parser;
     ASSERT_EQ(parser.InitParsing(dir.File(archive ? "a.vorla" : "doc.xml").c_str()), S_OK);
-    for (const auto& c : cases) {
-      auto format = kaltest::ParseXml("<RepFormat associatedFile='" + c.urn + "'/>");
+    for (const auto& [urn, code, plain, inArchive] : cases) {
+      auto format = kaltest::ParseXml("<RepFormat associatedFile='" + urn + "'/>");
       KalUnicodeString location;
-      EXPECT_EQ(parser.GetRepLocationFromRepFormat(format.get(), location), c.code) << c.urn;
-      EXPECT_EQ(Str(location), archive ? c.archive : c.plain) << c.urn;
+      EXPECT_EQ(parser.GetRepLocationFromRepFormat(format.get(), location), code) << urn;
+      EXPECT_EQ(Str(location), archive ? inArchive : plain) << urn;
     }
     KalUnicodeString location("stale");
     auto other = kaltest::ParseXml("<Other associatedFile='" + prefix + "loc:1'/>");
@@ -230,36 +209,30 @@ TEST(RepresentationLocation, LocalIdsOrFileNamesNormalisedAgainstTheArchive) {
 class Assembly : public ::testing::TestWithParam<bool> {
  protected:
   void Walk(P& parser, KalLightXmlElementItf* reference, const std::string& at) {
-    int id = 0;
+    KalLightXmlElementItf* child = nullptr;
+    KalUnicodeString file;
+    int id = 0, childId = 0;
     parser.GetEntityLocalID(reference, id);
     KalRawCollPV instances, reps;
     ASSERT_EQ(parser.GetInstancesFromReference3D(id, &instances), S_OK);
     for (int i = 1; i <= instances.Size(); ++i) {
       auto* instance = static_cast<KalLightXmlElementItf*>(instances[i]);
       parser.GetEntityLocalID(instance, id);
-      KalLightXmlElementItf* child = nullptr;
-      KalUnicodeString file;
-      int childId = 0;
       ASSERT_EQ(parser.GetReference3DFromInstance3D(id, &child, file, childId), S_OK);
-      if (child != nullptr) {
-        Walk(parser, child, at + "/" + NameOf(instance));
-        continue;
+      P other;  // reads a reference that lives in another file
+      P& owner = child ? parser : other;
+      if (child == nullptr) {
+        ASSERT_EQ(other.InitParsing(file), S_OK) << Str(file);
+        ASSERT_EQ(other.GetReference3DFromLocalID(childId, &child), S_OK);
       }
-      P other;
-      ASSERT_EQ(other.InitParsing(file), S_OK) << Str(file);
-      ASSERT_EQ(other.GetReference3DFromLocalID(childId, &child), S_OK);
-      Walk(other, child, at + "/" + NameOf(instance));
+      Walk(owner, child, at + "/" + NameOf(instance));
     }
     ASSERT_EQ(parser.GetRepInstancesFromReference3D(reference, &reps), S_OK);
     for (int i = 1; i <= reps.Size(); ++i) {
-      KalLightXmlElementItf* repReference = nullptr;
-      KalUnicodeString path;
-      int repId = 0;
-      ASSERT_EQ(parser.GetReferenceRepFromInstanceRep(static_cast<KalLightXmlElementItf*>(reps[i]),
-                                                      &repReference, path, repId),
-                S_OK);
+      auto* rep = static_cast<KalLightXmlElementItf*>(reps[i]);
+      ASSERT_EQ(parser.GetReferenceRepFromInstanceRep(rep, &child, file, childId), S_OK);
       KalRawCollPV formats;
-      ASSERT_EQ(parser.GetRepFormatsFromRepReference(repReference, &formats), S_OK);
+      ASSERT_EQ(parser.GetRepFormatsFromRepReference(child, &formats), S_OK);
       for (int f = 1; f <= formats.Size(); ++f) {
         auto* format = static_cast<KalLightXmlElementItf*>(formats[f]);
         KalUnicodeString docType, location, tag;
@@ -283,14 +256,11 @@ class Assembly : public ::testing::TestWithParam<bool> {
 
 TEST_P(Assembly, WalkReachesEveryBufferInBothDocuments) {
   const std::string root = kaltest::VorlaXml(
-      "<ProductStructure root='1'><Reference3D xsi:type='Reference3DType' id='1' name='Asm'/>"
-      "<Instance3D xsi:type='Instance3DType' id='2' name='wheel'><IsAggregatedBy>1"
-      "</IsAggregatedBy><IsInstanceOf>urn:VORLA:Reference:loc:3</IsInstanceOf></Instance3D>"
-      "<Instance3D xsi:type='Instance3DType' id='6' name='bracket'><IsAggregatedBy>1"
-      "</IsAggregatedBy><IsInstanceOf>urn:VORLA:Reference:ext:Part.vorla#1</IsInstanceOf>"
-      "</Instance3D><Reference3D xsi:type='Reference3DType' id='3' name='Wheel'/>"
-      "<InstanceRep xsi:type='InstanceRepType' id='4'><IsAggregatedBy>3</IsAggregatedBy>"
-      "<IsInstanceOf>urn:VORLA:ReferenceRep:loc:5</IsInstanceOf></InstanceRep>"
+      "<ProductStructure root='1'><Reference3D xsi:type='Reference3DType' id='1' name='Asm'/>" +
+      Entity("Instance3D", "id='2' name='wheel'", "1", "urn:VORLA:Reference:loc:3") +
+      Entity("Instance3D", "id='6' name='bracket'", "1", "urn:VORLA:Reference:ext:Part.vorla#1") +
+      "<Reference3D xsi:type='Reference3DType' id='3' name='Wheel'/>" +
+      Entity("InstanceRep", "id='4'", "3", "urn:VORLA:ReferenceRep:loc:5") +
       "<ReferenceRep xsi:type='ReferenceRepType' id='5'/>" +
       RepFormat("inline", "urn:VORLA:Representation:loc:20") +
       RepFormat("shared", "urn:VORLA:Representation:ext:Part.vorla#30", "TESSELLATED", "2.1") +
@@ -298,22 +268,17 @@ TEST_P(Assembly, WalkReachesEveryBufferInBothDocuments) {
       Rep("20", "TESSELLATED", "1.0", Data("aGVs\nbG8="), "hello") +
       "</GeometricRepresentationSet>");
   const std::string part = kaltest::VorlaXml(
-      "<ProductStructure root='1'><Reference3D xsi:type='Reference3DType' id='1' name='Part'/>"
-      "<InstanceRep xsi:type='InstanceRepType' id='2'><IsAggregatedBy>1</IsAggregatedBy>"
-      "<IsInstanceOf>urn:VORLA:ReferenceRep:loc:5</IsInstanceOf></InstanceRep>"
+      "<ProductStructure root='1'><Reference3D xsi:type='Reference3DType' id='1' name='Part'/>" +
+      Entity("InstanceRep", "id='2'", "1", "urn:VORLA:ReferenceRep:loc:5") +
       "<ReferenceRep xsi:type='ReferenceRepType' id='5'/>" +
       RepFormat("own", "urn:VORLA:Representation:loc:30", "TESSELLATED", "2.1") +
       "</ProductStructure><GeometricRepresentationSet>" +
       Rep("30", "TESSELLATED", "2.1", kMesh, "mesh") + "</GeometricRepresentationSet>");
   kaltest::TempDir dir;
-  std::string path = dir.File("Root.vorla");
-  if (GetParam()) {
-    path = dir.File("assembly.vorla");
-    kaltest::WriteVorlaArchive(path, "Root.vorla", root, {{"Part.vorla", part}});
-  } else {
-    kaltest::WriteFile(path, root);
-    kaltest::WriteFile(dir.File("Part.vorla"), part);
-  }
+  const std::string path = dir.File(GetParam() ? "assembly.vorla" : "Root.vorla");
+  GetParam() ? kaltest::WriteVorlaArchive(path, "Root.vorla", root, {{"Part.vorla", part}})
+             : kaltest::WriteFile(path, root);
+  if (!GetParam()) kaltest::WriteFile(dir.File("Part.vorla"), part);
   P parser;
   ASSERT_EQ(parser.InitParsing(path.c_str()), S_OK);
   KalLightXmlElementItf* top = nullptr;
