@@ -4,8 +4,23 @@
 #define VORLA_COMMANDS_H
 
 #include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+
+#include "Assembly.h"
 
 namespace vorla {
+
+// A subcommand that gathers the assembly of its FILE and prints it, as text or with --json as
+// one JSON document, followed by the warnings. Options added to the returned command may
+// change `gather` before it runs.
+struct InspectCommand {
+  CLI::App* command;
+  std::shared_ptr<GatherOptions> gather;
+};
+InspectCommand AddInspectCommand(CLI::App& app, const char* name, const char* description,
+                                 std::function<void(const Assembly&, bool json)> print,
+                                 int& exitCode);
 
 void AddInfoCommand(CLI::App& app, int& exitCode);
 void AddTreeCommand(CLI::App& app, int& exitCode);

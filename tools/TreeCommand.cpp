@@ -49,34 +49,20 @@ void PrintText(const Assembly& assembly, const Occurrence& o, int depth) {
 }  // namespace
 
 void AddTreeCommand(CLI::App& app, int& exitCode) {
-  struct Options {
-    std::string file;
-    bool json = false;
-    int depth = -1;
-  };
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("tree", "The product structure as an indented tree");
-  command->add_option("FILE", options->file, "Vorla document (archive or XML)")->required();
-  command->add_option("--depth", options->depth, "Levels of instances to show (all by default)")
+  InspectCommand inspect = AddInspectCommand(
+      app, "tree", "The product structure as an indented tree",
+      [](const Assembly& assembly, bool json) {
+        if (json) {
+          std::cout << ToJson(assembly, assembly.root).dump(2) << "\n";
+        } else {
+          PrintText(assembly, assembly.root, 0);
+        }
+      },
+      exitCode);
+  inspect.gather->geometry = false;
+  inspect.command
+      ->add_option("--depth", inspect.gather->depth, "Levels of instances to show (all by default)")
       ->check(CLI::NonNegativeNumber);
-  command->add_flag("--json", options->json, "Print one JSON document");
-  command->callback([options, &exitCode]() {
-    Assembly assembly;
-    HRESULT code = S_OK;
-    GatherOptions gather;
-    gather.depth = options->depth;
-    gather.geometry = false;
-    if (!Gather(options->file, gather, assembly, code)) {
-      exitCode = ReportDocumentError(options->file, code);
-      return;
-    }
-    if (options->json) {
-      std::cout << ToJson(assembly, assembly.root).dump(2) << "\n";
-    } else {
-      PrintText(assembly, assembly.root, 0);
-    }
-    PrintWarnings(assembly);
-  });
 }
 
 }  // namespace vorla

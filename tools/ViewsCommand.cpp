@@ -45,66 +45,53 @@ std::string Triple(const std::array<float, 3>& v) {
 }  // namespace
 
 void AddViewsCommand(CLI::App& app, int& exitCode) {
-  struct Options {
-    std::string file;
-    bool json = false;
-  };
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("views", "Views, their viewpoints and overrides");
-  command->add_option("FILE", options->file, "Vorla document (archive or XML)")->required();
-  command->add_flag("--json", options->json, "Print one JSON document");
-  command->callback([options, &exitCode]() {
-    Assembly assembly;
-    HRESULT code = S_OK;
-    GatherOptions gather;
-    gather.depth = 0;
-    gather.geometry = false;
-    if (!Gather(options->file, gather, assembly, code)) {
-      exitCode = ReportDocumentError(options->file, code);
-      return;
-    }
-    nlohmann::ordered_json views = nlohmann::ordered_json::array();
-    for (const View& v : assembly.views) {
-      const bool camera = v.kind == View::Kind::kPerspective || v.kind == View::Kind::kParallel;
-      if (options->json) {
-        nlohmann::ordered_json view = {{"id", v.id},
-                                       {"name", v.name},
-                                       {"description", v.description},
-                                       {"viewpoint", KindName(v.kind)}};
-        if (camera) {
-          view["position"] = Plain(v.position);
-          view["sight"] = Plain(v.sight);
-          view["up"] = Plain(v.up);
-          view["targetDistance"] = Plain(v.targetDistance);
-          view["nearPlaneDistance"] = Plain(v.nearPlane);
-          view["farPlaneDistance"] = Plain(v.farPlane);
-          view[v.kind == View::Kind::kPerspective ? "fieldOfView" : "visualizedHeight"] =
-              Plain(v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height);
+  InspectCommand inspect = AddInspectCommand(
+      app, "views", "Views, their viewpoints and overrides",
+      [](const Assembly& assembly, bool json) {
+        nlohmann::ordered_json views = nlohmann::ordered_json::array();
+        for (const View& v : assembly.views) {
+          const bool camera = v.kind == View::Kind::kPerspective || v.kind == View::Kind::kParallel;
+          if (json) {
+            nlohmann::ordered_json view = {{"id", v.id},
+                                           {"name", v.name},
+                                           {"description", v.description},
+                                           {"viewpoint", KindName(v.kind)}};
+            if (camera) {
+              view["position"] = Plain(v.position);
+              view["sight"] = Plain(v.sight);
+              view["up"] = Plain(v.up);
+              view["targetDistance"] = Plain(v.targetDistance);
+              view["nearPlaneDistance"] = Plain(v.nearPlane);
+              view["farPlaneDistance"] = Plain(v.farPlane);
+              view[v.kind == View::Kind::kPerspective ? "fieldOfView" : "visualizedHeight"] =
+                  Plain(v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height);
+            }
+            view["occurrences"] = v.occurrences;
+            views.push_back(view);
+            continue;
+          }
+          std::cout << "view " << v.id << " \"" << v.name << "\": " << KindName(v.kind)
+                    << " viewpoint\n";
+          if (!v.description.empty()) std::cout << "  " << v.description << "\n";
+          if (camera) {
+            std::cout << "  position " << Triple(v.position) << ", sight " << Triple(v.sight)
+                      << ", up " << Triple(v.up) << "\n  target distance " << v.targetDistance
+                      << ", near " << v.nearPlane << ", far " << v.farPlane << ", "
+                      << (v.kind == View::Kind::kPerspective ? "field of view " : "height ")
+                      << (v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height) << "\n";
+          }
+          if (!v.occurrences.empty()) {
+            std::cout << "  overrides occurrences";
+            for (int o : v.occurrences) std::cout << " " << o;
+            std::cout << "\n";
+          }
         }
-        view["occurrences"] = v.occurrences;
-        views.push_back(view);
-        continue;
-      }
-      std::cout << "view " << v.id << " \"" << v.name << "\": " << KindName(v.kind)
-                << " viewpoint\n";
-      if (!v.description.empty()) std::cout << "  " << v.description << "\n";
-      if (camera) {
-        std::cout << "  position " << Triple(v.position) << ", sight " << Triple(v.sight) << ", up "
-                  << Triple(v.up) << "\n  target distance " << v.targetDistance << ", near "
-                  << v.nearPlane << ", far " << v.farPlane << ", "
-                  << (v.kind == View::Kind::kPerspective ? "field of view " : "height ")
-                  << (v.kind == View::Kind::kPerspective ? v.fieldOfView : v.height) << "\n";
-      }
-      if (!v.occurrences.empty()) {
-        std::cout << "  overrides occurrences";
-        for (int o : v.occurrences) std::cout << " " << o;
-        std::cout << "\n";
-      }
-    }
-    if (options->json) std::cout << views.dump(2) << "\n";
-    if (assembly.views.empty() && !options->json) std::cout << "no views\n";
-    PrintWarnings(assembly);
-  });
+        if (json) std::cout << views.dump(2) << "\n";
+        if (assembly.views.empty() && !json) std::cout << "no views\n";
+      },
+      exitCode);
+  inspect.gather->depth = 0;  // the views need no structure
+  inspect.gather->geometry = false;
 }
 
 }  // namespace vorla
