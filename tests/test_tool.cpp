@@ -137,6 +137,17 @@ TEST(Tool, APartPlacedManyTimesIsStoredOnce) {
     EXPECT_EQ(kaltest::ReadFile(out).find("EXT_mesh_gpu_instancing") != std::string::npos,
               instanced);
   }
+  // A colour on one placement makes a second mesh over the same four stored vertices.
+  std::string coloured = Placements(3);
+  coloured.replace(coloured.find("</ProductStructure>"), 0,
+                   "<GraphicPropertiesAspect xsi:type='GraphicPropertiesAspectType' "
+                   "aspectOwner='101'><GraphicProperties><SurfaceAttributes xsi:type="
+                   "'SurfaceAttributesType'><Color red='1' green='0' blue='0'/>"
+                   "</SurfaceAttributes></GraphicProperties></GraphicPropertiesAspect>");
+  kaltest::WriteFile(dir.File("coloured.xml"), coloured);
+  const Result r = Vorla("export " + dir.File("coloured.xml") + " -o " + dir.File("c.glb"), dir);
+  EXPECT_NE(r.err.find(": 4 nodes, 2 meshes, 4 vertices stored"), std::string::npos) << r.err;
+  EXPECT_EQ(Validate(dir.File("c.glb"), dir), Clean(dir.File("c.glb")));
 }
 
 // What cannot be converted is named in one warning; a part without geometry is a node without
