@@ -23,6 +23,7 @@
 
 class KalHashTable;
 class KalSysZipFile;
+struct KalVorlaLookupIndexes;
 
 class KalVorlaParser : public KalBaseUnknown {
  public:
@@ -203,6 +204,9 @@ class KalVorlaParser : public KalBaseUnknown {
   // when no archive is open; otherwise the name itself (an absolute path, or an entry of
   // the open archive).
   KalUnicodeString PathOfOtherFile(const KalUnicodeString& fileName) const;
+  // The lookup indexes, made on first use; null when plain scans are asked for or memory
+  // runs out (the lookups then scan, with the same results).
+  KalVorlaLookupIndexes* Indexes();
 
   // The one archive open for the whole process, and its table of contents.
   static KalSysZipFile* _pZipFile;
@@ -241,6 +245,8 @@ class KalVorlaParser : public KalBaseUnknown {
   // Trees of earlier InitParsing calls on this object: the indexes still point into them, so
   // they live as long as the parser.
   KalRawCollPV _EarlierRootNodes;
+  KalVorlaLookupIndexes* _pIndexes;
+  bool _PlainScans;  // the library's own tests compare the indexed lookups with the scans
 };
 
 #endif

@@ -9,6 +9,7 @@
 #include "KalLightXml.h"
 #include "KalSysZipFile.h"
 #include "KalVorlaParser.h"
+#include "LookupIndexes.h"
 
 namespace {
 
@@ -26,6 +27,9 @@ void DropIfEmpty(KalHashTable*& table) {
 }  // namespace
 
 HRESULT KalVorlaParser::InitParsing(const KalUnicodeString& path) {
+  // What is indexed may change with this load.
+  delete _pIndexes;
+  _pIndexes = nullptr;
   KalUnicodeString* real = nullptr;
   KalGetRealPath(path, &real, 0);
   if (real == nullptr) return E_FAIL;

@@ -6,6 +6,7 @@
 #include "KalHashTable.h"
 #include "KalSysZipFile.h"
 #include "KalVorlaParser.h"
+#include "LookupIndexes.h"
 
 namespace {
 
@@ -88,7 +89,9 @@ KalVorlaParser::KalVorlaParser()
       _RepFormatList(0),
       _GraphicMaterialList(0),
       _GraphicMaterialIds(0),
-      _OwnsArchive(0) {
+      _OwnsArchive(0),
+      _pIndexes(nullptr),
+      _PlainScans(false) {
   _pInstanceTable = NewIdTable(kLargeTableBuckets);
   _pReferenceTable = NewIdTable(kLargeTableBuckets);
   _pInstanceRepTable = NewIdTable(kSmallTableBuckets);
@@ -142,12 +145,20 @@ KalVorlaParser::~KalVorlaParser() {
   _pSpecificExtensionSetNode = nullptr;
   _GraphicPropertiesList.RemoveAll(1);
   _RepFormatList.RemoveAll(1);
+  delete _pIndexes;
+  _pIndexes = nullptr;
   DeleteTable(_pAlternateViewTable, DeleteNodeAndIdRecord);
   DeleteTable(_pInstanceTable, DeleteNodeAndIdRecord);
   DeleteTable(_pReferenceTable, DeleteReferenceAndChildRecord);
   DeleteTable(_pInstanceRepTable, DeleteNodeAndIdRecord);
   DeleteTable(_pReferenceRepTable, DeleteReferenceAndChildRecord);
   DeleteTable(_pSpecificExtensionTable, DeleteNodeAndIdRecord);
+}
+
+KalVorlaLookupIndexes* KalVorlaParser::Indexes() {
+  if (_PlainScans) return nullptr;
+  if (_pIndexes == nullptr) _pIndexes = new (std::nothrow) KalVorlaLookupIndexes();
+  return _pIndexes;
 }
 
 HRESULT KalVorlaParser::GetFilePath(KalUnicodeString& path) {

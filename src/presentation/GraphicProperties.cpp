@@ -3,6 +3,7 @@
 #include "KalFormatConstants.h"
 #include "KalVorlaParser.h"
 #include "loading/ChildWalk.h"
+#include "loading/LookupIndexes.h"
 
 namespace {
 
@@ -43,9 +44,25 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
   if (FAILED(GetEntityLocalID(node, id)) || id == kNoId) return E_FAIL;
   // A node without an id compares as "" and so owns an aspect without an owner.
   KalLightXmlElementItf* aspect = nullptr;
-  for (int i = 1; i <= _GraphicPropertiesList.Size() && aspect == nullptr; ++i) {
-    KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
-    if (entry != nullptr && entry->GetAttribute(kAspectOwnerAttribute) == id) aspect = entry;
+  KalVorlaLookupIndexes* indexes = Indexes();
+  if (indexes == nullptr) {
+    for (int i = 1; i <= _GraphicPropertiesList.Size() && aspect == nullptr; ++i) {
+      KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
+      if (entry != nullptr && entry->GetAttribute(kAspectOwnerAttribute) == id) aspect = entry;
+    }
+  } else {
+    // The first aspect naming an owner is the one found; null entries are skipped.
+    kalvorla::EntriesByKey<std::string>& byOwner = indexes->aspectsByOwner;
+    if (!indexes->aspectsBuilt) {
+      indexes->aspectsBuilt = true;
+      for (int i = 1; i <= _GraphicPropertiesList.Size(); ++i) {
+        KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
+        if (entry == nullptr) continue;
+        auto& owned = byOwner.entries[entry->GetAttribute(kAspectOwnerAttribute).ConvertToChar()];
+        if (owned.empty()) owned.push_back(entry);
+      }
+    }
+    if (const auto* owned = byOwner.Find(id.ConvertToChar())) aspect = owned->front();
   }
   if (aspect == nullptr) return kVorlaNoGraphicProperties;
   KalLightXmlElementItf* child = nullptr;
@@ -125,8 +142,20 @@ HRESULT KalVorlaParser::GetBehaviourAttributes(KalLightXmlElementItf* graphicPro
 HRESULT KalVorlaParser::GetGraphicMaterialNode(unsigned int materialId,
                                                KalLightXmlElementItf** material) {
   if (material == nullptr) return E_INVALIDARG;
-  // Materials are kept in two parallel lists; the scan over their ids lives here alone.
-  const int position = _GraphicMaterialIds.Locate(static_cast<int>(materialId), 1);
+  int position = 0;
+  KalVorlaLookupIndexes* indexes = Indexes();
+  if (indexes == nullptr) {
+    position = _GraphicMaterialIds.Locate(static_cast<int>(materialId), 1);
+  } else {
+    if (!indexes->materialsBuilt) {
+      indexes->materialsBuilt = true;
+      for (int i = 1; i <= _GraphicMaterialIds.Size(); ++i) {
+        indexes->materialPositions.emplace(_GraphicMaterialIds[i], i);  // the first one stays
+      }
+    }
+    auto found = indexes->materialPositions.find(static_cast<int>(materialId));
+    if (found != indexes->materialPositions.end()) position = found->second;
+  }
   if (position <= 0 || position > _GraphicMaterialList.Size()) return kVorlaNoSuchMaterial;
   *material = _GraphicMaterialList[position];
   if (*material == nullptr) return E_FAIL;

@@ -5,6 +5,7 @@
 #include "KalViz.h"
 #include "loading/ArchiveEntry.h"
 #include "loading/ChildWalk.h"
+#include "loading/LookupIndexes.h"
 #include "representation/UrnParsing.h"
 
 using kalvorla::NullChild;
@@ -85,35 +86,55 @@ HRESULT KalVorlaParser::GetBufferFromGeometricRepresentationID(const KalUnicodeS
     size = length;
   };
   HRESULT result = S_OK;
-  const WalkEnd end = WalkChildren(
-      _pGeometricRepresentationSetNode, NullChild::kFail, [&](KalLightXmlElementItf* rep) {
-        if (rep->GetAttribute(ID_S) != id) return false;
-        const char* docType = DocumentType(*rep);
-        if (docType == nullptr) {
-          result = kVorlaFormatNotSupported;
-          return true;
-        }
-        format = docType;
-        const WalkEnd data = WalkChildren(rep, NullChild::kFail, [&](KalLightXmlElementItf* c) {
-          if (c->GetType() == ASSOCIATED_DATA_S) {
-            unsigned char* bytes = nullptr;
-            unsigned int length = 0;
-            // Text that is not base64 gives no buffer, and still ends the search.
-            KalCodePage::ConvertFromBase64(c->GetValue().ConvertToChar(), bytes, length);
-            replace(reinterpret_cast<char*>(bytes), length);
-            return true;
-          }
-          if (c->GetType() == kAssociatedXmlTag) {
-            char* qsr = nullptr;
-            unsigned int length = 0;
-            TessellationToQsr(*rep, qsr, length);
-            replace(qsr, length);
-          }
-          return false;
-        });
-        if (data == WalkEnd::kNullChild) result = E_FAIL;
-        return data == WalkEnd::kNullChild || data == WalkEnd::kStopped;
-      });
-  if (end == WalkEnd::kNullChild) return E_FAIL;
-  return result;
+  // Handles one representation with the id; true when the search ends there.
+  const auto handle = [&](KalLightXmlElementItf* rep) {
+    const char* docType = DocumentType(*rep);
+    if (docType == nullptr) {
+      result = kVorlaFormatNotSupported;
+      return true;
+    }
+    format = docType;
+    const WalkEnd data = WalkChildren(rep, NullChild::kFail, [&](KalLightXmlElementItf* c) {
+      if (c->GetType() == ASSOCIATED_DATA_S) {
+        unsigned char* bytes = nullptr;
+        unsigned int length = 0;
+        // Text that is not base64 gives no buffer, and still ends the search.
+        KalCodePage::ConvertFromBase64(c->GetValue().ConvertToChar(), bytes, length);
+        replace(reinterpret_cast<char*>(bytes), length);
+        return true;
+      }
+      if (c->GetType() == kAssociatedXmlTag) {
+        char* qsr = nullptr;
+        unsigned int length = 0;
+        TessellationToQsr(*rep, qsr, length);
+        replace(qsr, length);
+      }
+      return false;
+    });
+    if (data == WalkEnd::kNullChild) result = E_FAIL;
+    return data == WalkEnd::kNullChild || data == WalkEnd::kStopped;
+  };
+  KalVorlaLookupIndexes* indexes = Indexes();
+  if (indexes == nullptr) {
+    const WalkEnd end = WalkChildren(
+        _pGeometricRepresentationSetNode, NullChild::kFail,
+        [&](KalLightXmlElementItf* rep) { return rep->GetAttribute(ID_S) == id && handle(rep); });
+    return end == WalkEnd::kNullChild ? E_FAIL : result;
+  }
+  // Every representation with the id, in document order, as the scan meets them.
+  kalvorla::EntriesByKey<std::string>& byId = indexes->representationsByIdText;
+  if (!indexes->bufferIdsBuilt) {
+    indexes->bufferIdsBuilt = true;
+    kalvorla::IndexChildren(_pGeometricRepresentationSetNode, byId,
+                            [](const KalLightXmlElementItf& rep, std::string& key) {
+                              key = rep.GetAttribute(ID_S).ConvertToChar();
+                              return true;
+                            });
+  }
+  if (const auto* reps = byId.Find(id.ConvertToChar())) {
+    for (KalLightXmlElementItf* rep : *reps) {
+      if (handle(rep)) return result;
+    }
+  }
+  return byId.endsAtNull ? E_FAIL : result;
 }

@@ -3,6 +3,7 @@
 #include "KalLightXml.h"
 #include "KalVorlaParser.h"
 #include "loading/ChildWalk.h"
+#include "loading/LookupIndexes.h"
 
 using kalvorla::NullChild;
 using kalvorla::WalkChildren;
@@ -15,18 +16,17 @@ const char kLocalLocality[] = "loc";
 constexpr int kPrefixLength = 2;  // "./" or ".\"
 
 // The first direct child of `container` whose id, read as unsigned ("%u", 0 when it does not
-// convert), equals `id`. The one scan behind both lookups by id.
+// convert), equals `id`. The one lookup behind both lookups by id.
 HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlElementItf** out,
-                 long mode) {
+                 long mode, kalvorla::EntriesByKey<unsigned int>* index, bool& built) {
   if (out == nullptr || container == nullptr) return E_FAIL;
   KalLightXmlElementItf* match = nullptr;
-  const WalkEnd end = WalkChildren(container, NullChild::kFail, [&](KalLightXmlElementItf* c) {
-    unsigned int value = 0;
-    c->GetAttribute(ID_S).ConvertToNum(&value, "%u");
-    if (value != id) return false;
-    match = c;
+  const auto idOf = [](const KalLightXmlElementItf& c, unsigned int& value) {
+    value = 0;
+    c.GetAttribute(ID_S).ConvertToNum(&value, "%u");
     return true;
-  });
+  };
+  const WalkEnd end = kalvorla::FirstByKey(container, id, idOf, index, built, match);
   if (end == WalkEnd::kNullChild) return E_FAIL;
   if (end != WalkEnd::kStopped) return S_FALSE;
   if (mode != kVorlaCopyMode) {
@@ -82,27 +82,37 @@ HRESULT KalVorlaParser::GetRepresentationNode(unsigned int id,
   // read before it, and before any is read it matches nothing.
   int value = 0;
   bool valueRead = false;
-  const WalkEnd end = WalkChildren(_pGeometricRepresentationSetNode, NullChild::kFail,
-                                   [&](KalLightXmlElementItf* c) {
-                                     if (c->GetAttribute(ID_S).ConvertToNum(&value, "%d") >= 0) {
-                                       valueRead = true;
-                                     }
-                                     if (!valueRead || static_cast<unsigned int>(value) != id) {
-                                       return false;
-                                     }
-                                     *representation = c;
-                                     return true;
-                                   });
+  const auto idOf = [&](const KalLightXmlElementItf& c, unsigned int& key) {
+    if (c.GetAttribute(ID_S).ConvertToNum(&value, "%d") >= 0) valueRead = true;
+    key = static_cast<unsigned int>(value);
+    return valueRead;
+  };
+  KalVorlaLookupIndexes* indexes = Indexes();
+  bool unused = false;
+  KalLightXmlElementItf* match = nullptr;
+  const WalkEnd end = kalvorla::FirstByKey(
+      _pGeometricRepresentationSetNode, id, idOf,
+      indexes ? &indexes->representationsBySignedId : nullptr,
+      indexes ? indexes->signedIdsBuilt : unused, match);
+  if (end == WalkEnd::kStopped) *representation = match;
   return kalvorla::SearchResult(end);
 }
 
 HRESULT KalVorlaParser::GetRepresentationNodeFromId(unsigned int id,
                                                     KalLightXmlElementItf** representation,
                                                     long mode) {
-  return FindById(_pGeometricRepresentationSetNode, id, representation, mode);
+  KalVorlaLookupIndexes* indexes = Indexes();
+  bool unused = false;
+  return FindById(_pGeometricRepresentationSetNode, id, representation, mode,
+                  indexes ? &indexes->representationsById : nullptr,
+                  indexes ? indexes->representationsBuilt : unused);
 }
 
 HRESULT KalVorlaParser::GetTechRepNodeFromId(unsigned int id, KalLightXmlElementItf** techRep,
                                              long mode) {
-  return FindById(_pSpecificExtensionSetNode, id, techRep, mode);
+  KalVorlaLookupIndexes* indexes = Indexes();
+  bool unused = false;
+  return FindById(_pSpecificExtensionSetNode, id, techRep, mode,
+                  indexes ? &indexes->techRepsById : nullptr,
+                  indexes ? indexes->techRepsBuilt : unused);
 }

@@ -5,6 +5,7 @@
 #include "KalFormatConstants.h"
 #include "loading/ChildWalk.h"
 #include "loading/IdTables.h"
+#include "loading/LookupIndexes.h"
 #include "representation/UrnParsing.h"
 
 using kalvorla::WalkEnd;
@@ -100,16 +101,35 @@ HRESULT KalVorlaParser::GetRepFormatsFromRepReference(KalLightXmlElementItf* rep
   int id = -1;
   repReference->GetAttribute(ID_S).ConvertToNum(&id, "%d");
   // An entry without an owner of its own is taken as owned by the last owner read before it;
-  // before any owner is read, it belongs to nobody.
+  // before any owner is read, it belongs to nobody. A null entry ends the list in failure.
   int owner = 0;
   bool ownerRead = false;
-  for (int i = 1; i <= _RepFormatList.Size(); ++i) {
-    KalLightXmlElementItf* entry = _RepFormatList[i];
-    if (entry == nullptr) return E_FAIL;
+  const auto ownerOf = [&](KalLightXmlElementItf* entry) {
     if (entry->GetAttribute(OWNER_S).ConvertToNum(&owner, "%d") >= 0) ownerRead = true;
-    if (ownerRead && owner == id) repFormats->Append(entry);
+    return ownerRead;
+  };
+  KalVorlaLookupIndexes* indexes = Indexes();
+  if (indexes == nullptr) {
+    for (int i = 1; i <= _RepFormatList.Size(); ++i) {
+      KalLightXmlElementItf* entry = _RepFormatList[i];
+      if (entry == nullptr) return E_FAIL;
+      if (ownerOf(entry) && owner == id) repFormats->Append(entry);
+    }
+    return S_OK;
   }
-  return S_OK;
+  kalvorla::EntriesByKey<int>& byOwner = indexes->formatsByOwner;
+  if (!indexes->formatsBuilt) {
+    indexes->formatsBuilt = true;
+    for (int i = 1; i <= _RepFormatList.Size() && !byOwner.endsAtNull; ++i) {
+      KalLightXmlElementItf* entry = _RepFormatList[i];
+      byOwner.endsAtNull = entry == nullptr;
+      if (entry != nullptr && ownerOf(entry)) byOwner.entries[owner].push_back(entry);
+    }
+  }
+  if (const auto* owned = byOwner.Find(id)) {
+    for (KalLightXmlElementItf* entry : *owned) repFormats->Append(entry);
+  }
+  return byOwner.endsAtNull ? E_FAIL : S_OK;
 }
 
 HRESULT KalVorlaParser::GetRepresentationFromRepFormat(KalLightXmlElementItf* repFormat,
