@@ -6,6 +6,7 @@
 #define KAL_VORLA_LOOKUP_INDEXES_H
 
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -75,7 +76,8 @@ struct KalVorlaLookupIndexes {
   bool representationsBuilt = false, techRepsBuilt = false, signedIdsBuilt = false;
   bool bufferIdsBuilt = false;
   kalvorla::EntriesByKey<int> formatsByOwner;               // owner carried over
-  kalvorla::EntriesByKey<std::string> aspectsByOwner;       // "aspectOwner" as written
+  // "aspectOwner" as written; the keys point into the document, which outlives the index.
+  kalvorla::EntriesByKey<std::string_view> aspectsByOwner;
   std::unordered_map<int, int> materialPositions;           // id -> first 1-based position
   kalvorla::EntriesByKey<unsigned int> representationsById;  // "%u", 0 when not a number
   kalvorla::EntriesByKey<unsigned int> techRepsById;

@@ -7,7 +7,7 @@
 
 namespace {
 
-const char kAspectOwnerAttribute[] = "aspectOwner";
+const KalUnicodeString kAspectOwnerAttribute = KalUnicodeString::Borrow("aspectOwner", 11);
 const char kGraphicPropertiesTag[] = "GraphicProperties";
 const char kNoId[] = "-1";
 
@@ -40,8 +40,9 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
                                                  KalLightXmlElementItf** graphicProperties) {
   if (node == nullptr || graphicProperties == nullptr) return E_INVALIDARG;
   *graphicProperties = nullptr;
-  KalUnicodeString id(kNoId);
-  if (FAILED(GetEntityLocalID(node, id)) || id == kNoId) return E_FAIL;
+  // The node's id as written; a missing one reads as the empty string.
+  const KalUnicodeString& id = node->GetAttribute(ID_S);
+  if (id == kNoId) return E_FAIL;
   // A node without an id compares as "" and so owns an aspect without an owner.
   KalLightXmlElementItf* aspect = nullptr;
   KalVorlaLookupIndexes* indexes = Indexes();
@@ -52,17 +53,20 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
     }
   } else {
     // The first aspect naming an owner is the one found; null entries are skipped.
-    kalvorla::EntriesByKey<std::string>& byOwner = indexes->aspectsByOwner;
+    kalvorla::EntriesByKey<std::string_view>& byOwner = indexes->aspectsByOwner;
     if (!indexes->aspectsBuilt) {
       indexes->aspectsBuilt = true;
       for (int i = 1; i <= _GraphicPropertiesList.Size(); ++i) {
         KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
         if (entry == nullptr) continue;
-        auto& owned = byOwner.entries[entry->GetAttribute(kAspectOwnerAttribute).ConvertToChar()];
+        const KalUnicodeString& owner = entry->GetAttribute(kAspectOwnerAttribute);
+        auto& owned = byOwner.entries[{owner.ConvertToChar(), size_t(owner.GetLengthInChar())}];
         if (owned.empty()) owned.push_back(entry);
       }
     }
-    if (const auto* owned = byOwner.Find(id.ConvertToChar())) aspect = owned->front();
+    if (const auto* owned = byOwner.Find({id.ConvertToChar(), size_t(id.GetLengthInChar())})) {
+      aspect = owned->front();
+    }
   }
   if (aspect == nullptr) return kVorlaNoGraphicProperties;
   KalLightXmlElementItf* child = nullptr;

@@ -51,8 +51,10 @@ HRESULT KalVorlaParser::GetGeometricRepresentationBuffer(KalLightXmlElementItf* 
                                                          KalUnicodeString& format) {
   size = 0;
   if (repFormat == nullptr || buffer == nullptr) return kVorlaBadArguments;
-  KalUnicodeString urn;
-  if (FAILED(GetRepresentationUrn(repFormat, urn))) return E_FAIL;
+  HRESULT found = S_OK;
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  if (urnText == nullptr) return E_FAIL;
+  const KalUnicodeString& urn = *urnText;
   return GetRepBufferFromUrn(urn, buffer, size, format);
 }
 

@@ -4,6 +4,7 @@
 #include "KalVorlaParser.h"
 #include "loading/ChildWalk.h"
 #include "loading/LookupIndexes.h"
+#include "representation/UrnParsing.h"
 
 using kalvorla::NullChild;
 using kalvorla::WalkChildren;
@@ -49,8 +50,10 @@ HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlE
 HRESULT KalVorlaParser::GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat,
                                                     KalUnicodeString& location) {
   if (repFormat == nullptr) return E_FAIL;
-  KalUnicodeString urn;
-  if (FAILED(GetRepresentationUrn(repFormat, urn))) return E_FAIL;
+  HRESULT found = S_OK;
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  if (urnText == nullptr) return E_FAIL;
+  const KalUnicodeString& urn = *urnText;
   // Without the kind, the cut starts at the URN's first colon all the same.
   const int kind = urn.SearchSubString(kRepresentationKind, 0, 1);
   const int c1 = urn.SearchSubString(":", kind + 1, 1);

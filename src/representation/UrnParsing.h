@@ -12,6 +12,10 @@ namespace kalvorla {
 HRESULT ExtractUrn(const KalUnicodeString& urn, KalVorlaUrnType& type, unsigned char& isLocal,
                    int& id, bool& idSet, KalUnicodeString& fileName);
 
+// The "associatedFile" URN of a "RepFormat" element, not copied; null, with the code of
+// GetRepresentationUrn, for a null element or another tag.
+const KalUnicodeString* RepFormatUrn(const KalLightXmlElementItf* repFormat, HRESULT& code);
+
 }  // namespace kalvorla
 
 #endif

@@ -11,15 +11,16 @@ using kalvorla::WalkEnd;
 
 namespace {
 
-const char kIsInstanceOfTag[] = "IsInstanceOf";
-const char kMatrixTag[] = "RelativeMatrix";
+const KalUnicodeString kIsInstanceOfTag = KalUnicodeString::Borrow("IsInstanceOf", 12);
+const KalUnicodeString kMatrixTag = KalUnicodeString::Borrow("RelativeMatrix", 14);
 const char kNameAttribute[] = "name";
 constexpr int kMatrixSize = 12;
 
 // The URN of an instance's "IsInstanceOf" child: false when the instance is unknown, has no
 // children, or a null child; otherwise `found` says whether the child exists and `urn` holds
 // its text.
-bool InstanceUrn(KalVorlaParser& parser, int instanceId, bool& found, KalUnicodeString& urn) {
+bool InstanceUrn(KalVorlaParser& parser, int instanceId, bool& found,
+                 const KalUnicodeString*& urn) {
   KalLightXmlElementItf* instance = nullptr;
   if (FAILED(parser.GetInstance3DFromLocalID(instanceId, &instance)) || instance == nullptr) {
     return false;
@@ -27,7 +28,7 @@ bool InstanceUrn(KalVorlaParser& parser, int instanceId, bool& found, KalUnicode
   KalLightXmlElementItf* child = nullptr;
   const WalkEnd end = kalvorla::FindChildByTag(instance, kIsInstanceOfTag, child);
   found = end == WalkEnd::kStopped;
-  if (found) urn = child->GetValue();
+  if (found) urn = &child->GetValue();
   return found || end == WalkEnd::kExhausted;
 }
 
@@ -61,7 +62,7 @@ HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
                                                      KalLightXmlElementItf** reference) {
   if (reference == nullptr) return E_INVALIDARG;
   bool found = false;
-  KalUnicodeString urn;
+  const KalUnicodeString* urn = nullptr;
   if (!InstanceUrn(*this, instanceId, found, urn)) return E_FAIL;
   // The id is looked up in this document even when the URN names another file.
   KalVorlaUrnType type = KalVorlaUrnReference;
@@ -69,7 +70,7 @@ HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
   int referenceId = 0;
   bool idSet = false;
   KalUnicodeString fileName;
-  if (found) kalvorla::ExtractUrn(urn, type, isLocal, referenceId, idSet, fileName);
+  if (found) kalvorla::ExtractUrn(*urn, type, isLocal, referenceId, idSet, fileName);
   if (!idSet) {
     // No id at all: fail the way a lookup of an id no reference bears fails.
     if (_pReferenceTable != nullptr) *reference = nullptr;
@@ -86,7 +87,7 @@ HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
   fileName = "";
   referenceId = -1;
   bool found = false;
-  KalUnicodeString urn;
+  const KalUnicodeString* urn = nullptr;
   if (!InstanceUrn(*this, instanceId, found, urn)) return E_FAIL;
   if (!found) return S_OK;
   KalVorlaUrnType type = KalVorlaUrnReference;
@@ -94,7 +95,7 @@ HRESULT KalVorlaParser::GetReference3DFromInstance3D(int instanceId,
   int id = 0;
   bool idSet = false;
   KalUnicodeString extracted;
-  kalvorla::ExtractUrn(urn, type, isLocal, id, idSet, extracted);
+  kalvorla::ExtractUrn(*urn, type, isLocal, id, idSet, extracted);
   if (isLocal == 1) {
     // A local result is told by the element; the id output stays -1.
     if (!idSet) return E_FAIL;

@@ -13,9 +13,22 @@ using kalvorla::WalkEnd;
 namespace {
 
 const char kRepFormatTag[] = "RepFormat";
-const char kFormatChild[] = "format";
-const char kVersionChild[] = "version";
-const char kAssociatedFileAttribute[] = "associatedFile";
+const KalUnicodeString kFormatChild = KalUnicodeString::Borrow("format", 6);
+const KalUnicodeString kVersionChild = KalUnicodeString::Borrow("version", 7);
+const KalUnicodeString kAssociatedFileAttribute =
+    KalUnicodeString::Borrow("associatedFile", sizeof "associatedFile" - 1);
+
+// The text of the first child tagged `tag`, the empty string when there is none; false when
+// the element has no children or a null child comes first.
+bool ChildText(const KalLightXmlElementItf* parent, const KalUnicodeString& tag,
+               const KalUnicodeString*& text) {
+  KalLightXmlElementItf* child = nullptr;
+  switch (kalvorla::FindChildByTag(parent, tag, child)) {
+    case WalkEnd::kStopped: text = &child->GetValue(); return true;
+    case WalkEnd::kExhausted: text = &KalUnicodeString::Empty(); return true;
+    default: return false;
+  }
+}
 
 // A URN kind no URN can yield, so a text without the URN prefix is told apart.
 constexpr auto kNoUrnKind = static_cast<KalVorlaUrnType>(-1);
@@ -26,19 +39,20 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
                                                  KalUnicodeString& docType) {
   if (repFormat == nullptr) return E_INVALIDARG;
   if (repFormat->GetType() != kRepFormatTag) return E_FAIL;
-  KalUnicodeString format, versionText;
-  HRESULT rc = GetValueString(kFormatChild, repFormat, format);
-  if (FAILED(rc)) return rc;
-  rc = GetValueString(kVersionChild, repFormat, versionText);
-  if (FAILED(rc)) return rc;
+  // Read as GetValueString reads them (a missing child is empty text, a childless element
+  // or a null child met first a failure), without copying the texts.
+  const KalUnicodeString *format = nullptr, *versionText = nullptr;
+  if (!ChildText(repFormat, kFormatChild, format) || !ChildText(repFormat, kVersionChild, versionText)) {
+    return E_FAIL;
+  }
   // A version that does not convert compares false with every bound, so no rule takes it.
   double version = std::nan("");
-  versionText.ConvertToNum(&version, "%.2le");
-  if (format == TESSELLATED_S && version >= 2.0 && version <= 2.1) {
+  versionText->ConvertToNum(&version, "%.2le");
+  if (*format == TESSELLATED_S && version >= 2.0 && version <= 2.1) {
     docType = kVorlaDocTypeTg2;
-  } else if (format == TESSELLATED_S && version >= 1.0 && version <= 1.1) {
+  } else if (*format == TESSELLATED_S && version >= 1.0 && version <= 1.1) {
     docType = kVorlaDocTypeTg1;
-  } else if (format == EXACT_S && version <= 1.1) {  // no lower bound for exact geometry
+  } else if (*format == EXACT_S && version <= 1.1) {  // no lower bound for exact geometry
     docType = kVorlaDocTypeEg1;
   } else {
     return E_FAIL;
@@ -46,11 +60,20 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
   return S_OK;
 }
 
+const KalUnicodeString* kalvorla::RepFormatUrn(const KalLightXmlElementItf* repFormat,
+                                               HRESULT& code) {
+  code = repFormat == nullptr ? E_INVALIDARG
+         : repFormat->GetType() != kRepFormatTag ? E_FAIL
+                                                 : S_OK;
+  return code == S_OK ? &repFormat->GetAttribute(kAssociatedFileAttribute) : nullptr;
+}
+
 HRESULT KalVorlaParser::GetRepresentationUrn(KalLightXmlElementItf* repFormat,
                                              KalUnicodeString& urn) {
-  if (repFormat == nullptr) return E_INVALIDARG;
-  if (repFormat->GetType() != kRepFormatTag) return E_FAIL;
-  return GetAttributeString(kAssociatedFileAttribute, repFormat, urn);
+  HRESULT code = S_OK;
+  const KalUnicodeString* found = kalvorla::RepFormatUrn(repFormat, code);
+  if (found != nullptr) urn = *found;
+  return code;
 }
 
 HRESULT KalVorlaParser::GetRepInstancesFromReference3D(KalLightXmlElementItf* reference,
@@ -135,8 +158,10 @@ HRESULT KalVorlaParser::GetRepFormatsFromRepReference(KalLightXmlElementItf* rep
 HRESULT KalVorlaParser::GetRepresentationFromRepFormat(KalLightXmlElementItf* repFormat,
                                                        KalLightXmlElementItf** representation) {
   if (repFormat == nullptr || representation == nullptr) return E_INVALIDARG;
-  KalUnicodeString urn;
-  if (FAILED(GetRepresentationUrn(repFormat, urn))) return E_FAIL;
+  HRESULT found = S_OK;
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  if (urnText == nullptr) return E_FAIL;
+  const KalUnicodeString& urn = *urnText;
   KalVorlaUrnType type = kNoUrnKind;
   unsigned char isLocal = 0;
   int id = -1;

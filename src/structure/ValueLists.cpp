@@ -1,4 +1,9 @@
 // Blank-separated numbers in element text, vectors and 12-value matrices.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+
 #include "KalVorlaParser.h"
 #include "loading/ChildWalk.h"
 
@@ -28,11 +33,43 @@ bool NextPiece(const KalUnicodeString& list, int start, KalUnicodeString& piece,
   return true;
 }
 
+// The common case read in place: `count` values, each followed by one blank or, for the last,
+// by a blank or the end. It gives what the piece-by-piece reader gives: the same pieces, and
+// strtod stopping at the blank that ends a piece as it stops at the piece's end. False, with
+// nothing written, for any other shape (leading or doubled blanks, fewer values), which the
+// piece-by-piece reader handles with its wrap-around.
+template <class T>
+bool ReadPlainList(const KalUnicodeString& text, T* values, int count) {
+  const char* p = text.ConvertToChar();
+  const char* const end = p + text.GetLengthInChar();
+  T read[kMatrixSize];
+  for (int i = 0; i < count; ++i) {
+    if (p >= end || *p == ' ') return false;
+    const char* blank = static_cast<const char*>(std::memchr(p, ' ', end - p));
+    const char* pieceEnd = blank != nullptr ? blank : end;
+    if (blank == nullptr && i + 1 < count) return false;
+    char* stop = nullptr;
+    const double d = std::strtod(p, &stop);
+    // A piece that does not convert (white space alone, say) leaves a double as it was and
+    // gives a float zero.
+    const bool converted = stop != p && stop <= pieceEnd;
+    if (std::is_same_v<T, float>) {
+      read[i] = converted ? static_cast<T>(d) : T(0);
+    } else {
+      read[i] = converted ? static_cast<T>(d) : values[i];
+    }
+    p = pieceEnd + 1;
+  }
+  std::copy(read, read + count, values);
+  return true;
+}
+
 template <class T>
 HRESULT ReadValues(KalVorlaParser& parser, KalLightXmlElementItf* element, T* values, int count) {
   if (element == nullptr || values == nullptr) return E_INVALIDARG;
+  if (element->GetValue().GetLengthInChar() < 1) return E_FAIL;
+  if (ReadPlainList(element->GetValue(), values, count)) return S_OK;
   KalUnicodeString text = element->GetValue();
-  if (text.GetLengthInChar() < 1) return E_FAIL;
   int next = 0;
   for (int i = 0; i < count; ++i) {
     const int start = i == 0 ? 0 : next + 1;
