@@ -165,7 +165,8 @@ int KalRawCollint::Locate(int value, int from) const { return LocateIn(_Items, v
 
 void KalRawCollint::QuickSort(int (*compare)(const void* a, const void* b)) {
   if (compare == nullptr) {
-    std::sort(_Items.begin(), _Items.end());
+    // Lists sorted by an earlier call are common; checking costs one pass.
+    if (!std::is_sorted(_Items.begin(), _Items.end())) std::sort(_Items.begin(), _Items.end());
   } else {
     SortWith(_Items, compare);
   }

@@ -58,9 +58,8 @@ HRESULT KalVorlaParser::GetRepLocationFromRepFormat(KalLightXmlElementItf* repFo
   const int kind = urn.SearchSubString(kRepresentationKind, 0, 1);
   const int c1 = urn.SearchSubString(":", kind + 1, 1);
   const int c2 = urn.SearchSubString(":", c1 + 1, 1);
-  const KalUnicodeString locality = urn.SubString(c1 + 1, c2 - c1 - 1);
   location = urn.SubString(c2 + 1, urn.GetLengthInChar() - (c2 + 1));
-  if (locality == kLocalLocality) return kVorlaLocationLocal;
+  if (kalvorla::Piece(urn, c1 + 1, c2 - c1 - 1) == kLocalLocality) return kVorlaLocationLocal;
 
   const bool prefixed =
       location.SearchSubString("./", 0, 1) == 0 || location.SearchSubString(".\\", 0, 1) == 0;

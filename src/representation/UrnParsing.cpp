@@ -10,9 +10,9 @@ constexpr int kKindStart = 10;  // length of the prefix, which is assumed to sta
 const char kFileMarker[] = ".vorla#";
 constexpr int kFileMarkerLength = 7;
 
-// SubString without the copy: the same clamping of a negative start or length and of a
-// range past the end.
-std::string_view Piece(const KalUnicodeString& text, int start, int length) {
+}  // namespace
+
+std::string_view kalvorla::Piece(const KalUnicodeString& text, int start, int length) {
   const int size = text.GetLengthInChar();
   if (start < 0) start = 0;
   if (length < 0) length = 0;
@@ -20,6 +20,10 @@ std::string_view Piece(const KalUnicodeString& text, int start, int length) {
   if (length > size - start) length = size - start;
   return {text.ConvertToChar() + start, static_cast<size_t>(length)};
 }
+
+namespace {
+
+using kalvorla::Piece;
 
 // The common part of both overloads: sets type and isLocal, gives the id text (always the
 // rest of the URN, so it stays NUL-terminated where the URN ends) and the file name. False

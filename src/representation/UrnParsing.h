@@ -2,6 +2,8 @@
 #ifndef KAL_VORLA_URN_PARSING_H
 #define KAL_VORLA_URN_PARSING_H
 
+#include <string_view>
+
 #include "KalVorlaParser.h"
 
 namespace kalvorla {
@@ -11,6 +13,10 @@ namespace kalvorla {
 // id" from any id a document may hold.
 HRESULT ExtractUrn(const KalUnicodeString& urn, KalVorlaUrnType& type, unsigned char& isLocal,
                    int& id, bool& idSet, KalUnicodeString& fileName);
+
+// SubString without the copy: the same clamping of a negative start or length and of a
+// range past the end.
+std::string_view Piece(const KalUnicodeString& text, int start, int length);
 
 // The "associatedFile" URN of a "RepFormat" element, not copied; null, with the code of
 // GetRepresentationUrn, for a null element or another tag.
