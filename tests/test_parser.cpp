@@ -7,6 +7,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -27,6 +28,13 @@ struct KalVorlaParserInspector {
   static std::string DocumentDir(const P& p) { return kaltest::Str(p._DocumentDirectory); }
   // Puts a hand-made element where the parser keeps its product structure (never freed).
   static void SetStructure(P& p, KalLightXmlElementItf* e) { p._pProductStructureNode = e; }
+  // Makes the lookups scan instead of using their indexes.
+  static void UsePlainScans(P& p) { p._PlainScans = true; }
+  // Hand-made containers and list entries, null ones included (never freed by the parser).
+  static void SetRepresentationSet(P& p, KalLightXmlElementItf* e) {
+    p._pGeometricRepresentationSetNode = e;
+  }
+  static void AppendFormat(P& p, KalLightXmlElementItf* e) { p._RepFormatList.Append(e); }
 };
 
 namespace {
@@ -560,4 +568,103 @@ TEST_F(Queries, UrnsSplitIntoKindLocalityFileNameAndId) {
   }
 }
 
+// Every indexed lookup answers as the scan it replaces: first matches, matches in order,
+// carried-over owners and ids, ids that do not convert, and null entries met on the way.
+TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
+  kaltest::TempDir dir;
+  const auto format = [](const char* owner, const char* name) {
+    return std::string("<RepFormat xsi:type='RepFormatType' name='") + name + "'" + owner +
+           "><format>TESSELLATED</format><version>1.0</version></RepFormat>";
+  };
+  const auto aspect = [](const char* owner, const char* name) {
+    return std::string("<A xsi:type='GraphicPropertiesAspectType'") + owner +
+           "><GraphicProperties name='" + name + "'/></A>";
+  };
+  const auto rep = [](const char* id, const char* name, const char* data) {
+    return std::string("<Representation") + id + " name='" + name +
+           "' format='TESSELLATED' version='1.0'>" + data + "</Representation>";
+  };
+  kaltest::WriteFile(
+      dir.File("doc.xml"),
+      VorlaXml("<ProductStructure root='1'>" + format("", "f0") + format(" owner='5'", "f1") +
+               format("", "f2") + format(" owner='x'", "f3") + format(" owner='6'", "f4") +
+               format(" owner='05'", "f5") + aspect(" aspectOwner='1'", "a1") +
+               aspect(" aspectOwner='1'", "a1-later") + aspect("", "a-none") +
+               aspect(" aspectOwner='01'", "a01") + aspect(" aspectOwner=''", "a-empty") +
+               "</ProductStructure><GraphicMaterialSet><GraphicMaterial id='3' "
+               "xsi:type='ColorMaterialType'/><GraphicMaterial id='3' xsi:type='Other'/>"
+               "<GraphicMaterial id='4' xsi:type='TextureMaterialType'/></GraphicMaterialSet>"
+               "<GeometricRepresentationSet>" + rep("", "no-id", "") +
+               rep(" id='2'", "two", "<AssociatedXML/>") + rep(" id='x'", "carry", "") +
+               rep(" id='2'", "two-later", "<AssociatedData>QQ==</AssociatedData>") +
+               rep(" id='-1'", "minus", "") + rep(" id='02'", "zero-two", "<AssociatedData>QUI="
+                                                                     "</AssociatedData>") +
+               "</GeometricRepresentationSet><SpecificExtensionSet><SpecificExtension id='7' "
+               "name='t7'/><SpecificExtension name='t-none'/></SpecificExtensionSet>"));
+  // Everything the lookups give for a run of questions, as one text.
+  const auto ask = [&](P& p) {
+    std::ostringstream out;
+    for (const char* id : {"", "-1", "0", "1", "01", "5", "05", "6", "x"}) {
+      FakeElement node("Node", {}, "", "", "", id);
+      KalRawCollPV formats;
+      KalLightXmlElementItf* found = nullptr;
+      out << "[" << id << "] " << p.GetRepFormatsFromRepReference(&node, &formats) << " "
+          << kaltest::Names(formats) << " | " << p.GetGraphicPropertiesNode(&node, &found) << " "
+          << NameOf(found) << "\n";
+    }
+    for (unsigned int id : {0u, 1u, 2u, 3u, 4u, 7u, 0xFFFFFFFFu}) {
+      KalLightXmlElementItf *a = nullptr, *b = nullptr, *c = nullptr, *m = nullptr;
+      out << id << ": " << p.GetRepresentationNodeFromId(id, &a, 7) << NameOf(a) << " "
+          << p.GetTechRepNodeFromId(id, &b, 0) << NameOf(b) << " "
+          << p.GetRepresentationNode(id, &c) << NameOf(c) << " "
+          << p.GetGraphicMaterialNode(id, &m) << (m != nullptr) << "\n";
+    }
+    for (const char* id : {"2", "02", "-1", "", "x", "9"}) {
+      char* buffer = nullptr;
+      unsigned int size = 0;
+      KalUnicodeString tag;
+      out << id << " " << p.GetBufferFromGeometricRepresentationID(id, buffer, size, tag) << " "
+          << size << Str(tag) << "\n";
+      delete[] buffer;
+    }
+    return out.str();
+  };
+  FakeElement two("Representation", {}, "two", "", "", "2");
+  FakeElement broken("Set", {&two, nullptr, &two}), formatNode("Node", {}, "", "", "", "5");
+  std::string answers[2];
+  for (int scans = 0; scans < 2; ++scans) {
+    P parser, withNulls;
+    ASSERT_EQ(parser.InitParsing(dir.File("doc.xml").c_str()), S_OK);
+    ASSERT_EQ(withNulls.InitParsing(dir.File("doc.xml").c_str()), S_OK);
+    if (scans) {
+      Inspector::UsePlainScans(parser);
+      Inspector::UsePlainScans(withNulls);
+    }
+    answers[scans] = ask(parser);
+    // A null entry: in the format list it ends the search in failure, in the set likewise
+    // unless a match comes before it.
+    Inspector::AppendFormat(withNulls, nullptr);
+    Inspector::SetRepresentationSet(withNulls, &broken);
+    KalRawCollPV formats;
+    KalLightXmlElementItf *a = nullptr, *b = nullptr;
+    std::ostringstream out;  // << sequences the calls before the outputs are read
+    out << withNulls.GetRepFormatsFromRepReference(&formatNode, &formats) << " "
+        << kaltest::Names(formats) << " | " << withNulls.GetRepresentationNodeFromId(2, &a, 0)
+        << NameOf(a) << " " << withNulls.GetRepresentationNodeFromId(3, &b, 0) << "\n";
+    answers[scans] += out.str();
+  }
+  EXPECT_EQ(answers[0], answers[1]);
+  // A few answers pinned, so that both cannot drift together.
+  for (const char* line :
+       {"[5] 0 f1 f2 f3 f5 | 5 <null>\n", "[1] 0  | 0 a1\n", "[] 0  | 0 a-none\n",
+        "2: 7two 1<null> 0two 120\n", "2 0 1REP_DOC_TYPE_TG1\n", "02 0 2REP_DOC_TYPE_TG1\n"}) {
+    EXPECT_NE(answers[0].find(line), std::string::npos) << line << answers[0];
+  }
+  EXPECT_NE(answers[0].find(std::to_string(E_FAIL) + " f1 f2 f3 f5 | 0two " +
+                            std::to_string(E_FAIL)),
+            std::string::npos)
+      << answers[0];
+}
+
 }  // namespace
+
