@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Generates the 20,000- and 200,000-instance documents (once) and prints the load
-# benchmark's table for both. Documents go to $VORLA_BENCH_DIR (default /tmp/vorla-bench).
+# Generates the 20,000- and 200,000-instance documents (once) and prints the load,
+# traversal and geometry tables and times vorla export. Documents go to $VORLA_BENCH_DIR (default /tmp/vorla-bench).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -12,3 +12,9 @@ for n in 20000 200000; do
 done
 ./build/bench/vorla_load_bench --runs "${RUNS:-5}" "$out/assembly-20000.vorla" "$out/assembly-200000.vorla"
 ./build/bench/vorla_xml_bench --runs "${RUNS:-5}" "$out/assembly-200000.vorla"
+./build/bench/vorla_traversal_bench --runs "${RUNS:-5}" "$out/assembly-20000.vorla" "$out/assembly-200000.vorla"
+[ -x ./build/bench/vorla_geometry_bench ] && ./build/bench/vorla_geometry_bench
+# The whole export of the large document, as a user runs it.
+start=$(date +%s.%N)
+./build/vorla export "$out/assembly-200000.vorla" -o "$out/assembly-200000.glb" --force --quiet
+echo "vorla export of $out/assembly-200000.vorla: $(echo "$(date +%s.%N) - $start" | bc) s, $(stat -c %s "$out/assembly-200000.glb") bytes"

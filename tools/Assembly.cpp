@@ -331,7 +331,13 @@ bool Gather(const std::string& path, const GatherOptions& options, Assembly& ass
   if (!unconverted.empty()) {
     std::string warning = std::to_string(unconverted.size()) +
                           " representation(s) without geometry that can be converted:";
-    for (const std::string& u : unconverted) warning += "\n  " + u;
+    // The first few name what to look at; `vorla reps` lists them all.
+    constexpr size_t kNamed = 10;
+    for (size_t i = 0; i < unconverted.size() && i < kNamed; ++i)
+      warning += "\n  " + unconverted[i];
+    if (unconverted.size() > kNamed) {
+      warning += "\n  and " + std::to_string(unconverted.size() - kNamed) + " more (vorla reps)";
+    }
     assembly.warnings.push_back(warning);
   }
   return true;
