@@ -51,23 +51,21 @@ constexpr ptrdiff_t kAvx2Reach = 48;
 // whole group before the first other character. Returns where decoding stopped.
 __attribute__((target("avx2"))) const char* DecodeBlocksAvx2(const char* p, const char* end,
                                                              unsigned char*& out) {
-  // A character is foreign when the bits of its low nibble meet those of its high nibble:
-  // each high nibble stands for a range of valid low nibbles.
+  // Each high nibble has a class bit, each low nibble the bits of the classes it is foreign
+  // in; the valid low nibbles are B F under 2, 0-9 under 3, 1-F under 4 and 6, 0-A under 5
+  // and 7, none under the others.
   const __m256i lowBits =
-      _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A, 0x1B,
-                       0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
-                       0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+      _mm256_broadcastsi128_si256(_mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                                0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A));
   const __m256i highBits =
-      _mm256_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10, 0x10,
-                       0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10,
-                       0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
-  // What to add to a character to get its six bits, by high nibble; '/' shares its high
-  // nibble with '+' and is sent to the entry before.
-  const __m256i offsets =
-      _mm256_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 19, 4, -65,
-                       -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
-  const __m256i pack = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2,
-                                        1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+      _mm256_broadcastsi128_si256(_mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                                                0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10));
+  // What turns a character into its six bits, by high nibble; '/' shares its high nibble
+  // with '+' and is sent to the entry before.
+  const __m256i offsets = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0));
+  const __m256i pack = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1));
   const __m256i nibble = _mm256_set1_epi8(0x0F), slash = _mm256_set1_epi8('/');
   while (end - p >= kAvx2Reach) {
     const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
@@ -86,14 +84,19 @@ __attribute__((target("avx2"))) const char* DecodeBlocksAvx2(const char* p, cons
     const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(groups, pack),
                                                       _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), bytes);
-    if (valid != 0xFFFFFFFFu) {
-      // Groups past the first foreign character were stored too; they are written again.
-      const int whole = __builtin_ctz(~valid) / 4;
-      out += 3 * whole;
-      return p + 4 * whole;
+    if (valid == 0xFFFFFFFFu) {
+      out += 24;
+      p += 32;
+      continue;
     }
-    out += 24;
-    p += 32;
+    // Groups past the first foreign character were stored too; they are written again.
+    const int first = __builtin_ctz(~valid);
+    out += first / 4 * 3;
+    p += first / 4 * 4;
+    // White space opening a group, as after a line, is dropped and the blocks go on; any
+    // other stop is the general path's.
+    if (Lookup(p) != kSpace) return p;
+    while (p < end && Lookup(p) == kSpace) ++p;
   }
   return p;
 }
@@ -132,9 +135,8 @@ long long Decode(const char* p, const char* end, unsigned char* out) {
   const bool avx2 = HasAvx2();
 #endif
   for (;;) {
-#ifdef KAL_BASE64_AVX2
-    if (avx2) p = DecodeBlocksAvx2(p, end, out);
-#endif
+    // Blocks are tried only after a clean group, so that text with white space in every
+    // group does not pay for a block each time.
     while (end - p >= 4) {
       const unsigned a = Lookup(p), b = Lookup(p + 1), c = Lookup(p + 2), d = Lookup(p + 3);
       if ((a | b | c | d) & 0xC0) break;
@@ -144,6 +146,9 @@ long long Decode(const char* p, const char* end, unsigned char* out) {
       out[2] = static_cast<unsigned char>(bits);
       out += 3;
       p += 4;
+#ifdef KAL_BASE64_AVX2
+      if (avx2) p = DecodeBlocksAvx2(p, end, out);
+#endif
     }
     // One group gathered around white space, or the text's last, short or padded group.
     unsigned char group[4];

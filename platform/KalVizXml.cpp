@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -10,11 +11,52 @@
 #include "KalHResult.h"
 #include "KalViz.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 using Element = KalLightXmlElementItf;
 
 inline bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// The count of white-space separated words in the element's text: what its numbers will
+// be, when it is a valid list.
+size_t CountWords(const Element& element) {
+  const KalUnicodeString& text = element.GetValue();
+  const char* p = text.ConvertToChar();
+  const char* const end = p + text.GetLengthInChar();
+  size_t words = 0;
+  bool afterSpace = true;
+#ifdef __SSE2__
+  const __m128i blank = _mm_set1_epi8(' '), tab = _mm_set1_epi8('\t'), four = _mm_set1_epi8(4);
+  for (; end - p >= 16; p += 16) {
+    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i control = _mm_sub_epi8(c, tab);  // '\t'..'\r' become 0..4
+    const __m128i space = _mm_or_si128(_mm_cmpeq_epi8(c, blank),
+                                       _mm_cmpeq_epi8(_mm_min_epu8(control, four), control));
+    const unsigned spaces = static_cast<unsigned>(_mm_movemask_epi8(space));
+    const unsigned starts = ~spaces & (spaces << 1 | (afterSpace ? 1u : 0u)) & 0xFFFFu;
+    words += static_cast<size_t>(__builtin_popcount(starts));
+    afterSpace = (spaces >> 15) != 0;
+  }
+#endif
+  for (; p < end; ++p) {
+    const bool space = IsSpace(*p);
+    words += afterSpace && !space;
+    afterSpace = space;
+  }
+  return words;
+}
+
+// Room for `more` values, so that a long list is not copied over and over as it grows; the
+// capacity still at least doubles, so that many short lists stay linear.
+template <typename T>
+void MakeRoom(std::vector<T>& values, size_t more) {
+  const size_t needed = values.size() + more;
+  if (needed > values.capacity()) values.reserve(std::max(needed, 2 * values.capacity()));
+}
 
 // Hands each number of the element's text to `sink`; false when the text holds anything but
 // numbers of type T (finite ones, for floats) between white space.
@@ -53,6 +95,7 @@ bool ForEachChild(const Element& parent, Read&& read) {
 template <typename T>
 bool ReadTriples(const Element& element, std::vector<T>& out) {
   const size_t before = out.size();
+  MakeRoom(out, CountWords(element));
   return ForEachNumber<T>(element, [&out](T value) { out.push_back(value); }) &&
          (out.size() - before) % 3 == 0;
 }
@@ -62,6 +105,7 @@ bool ReadTriples(const Element& element, std::vector<T>& out) {
 bool ReadStrip(const Element& element, std::vector<uint32_t>& triangles) {
   uint32_t a = 0, b = 0;
   size_t seen = 0;
+  MakeRoom(triangles, 3 * std::max<size_t>(CountWords(element), 2) - 6);
   return ForEachNumber<uint32_t>(element, [&](uint32_t c) {
     if (seen >= 2 && seen % 2 == 0) triangles.insert(triangles.end(), {a, b, c});
     if (seen >= 2 && seen % 2 == 1) triangles.insert(triangles.end(), {b, a, c});
@@ -74,6 +118,7 @@ bool ReadStrip(const Element& element, std::vector<uint32_t>& triangles) {
 bool ReadFan(const Element& element, std::vector<uint32_t>& triangles) {
   uint32_t first = 0, previous = 0;
   size_t seen = 0;
+  MakeRoom(triangles, 3 * std::max<size_t>(CountWords(element), 2) - 6);
   return ForEachNumber<uint32_t>(element, [&](uint32_t c) {
     if (seen == 0) first = c;
     if (seen >= 2) triangles.insert(triangles.end(), {first, previous, c});
@@ -109,6 +154,7 @@ bool ReadMesh(const Element& element, KalMesh& mesh) {
     if (type == "Triangles") return ReadTriples(child, mesh.triangles);
     if (type == "Polyline") {
       const size_t before = mesh.polylineIndices.size();
+      MakeRoom(mesh.polylineIndices, CountWords(child));
       if (!ForEachNumber<uint32_t>(child,
                                    [&mesh](uint32_t i) { mesh.polylineIndices.push_back(i); }))
         return false;

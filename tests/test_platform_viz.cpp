@@ -1,11 +1,13 @@
 // Base64 decoding, tessellations read from XML, and Qsr buffers written and read back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -27,8 +29,27 @@ std::pair<int, std::string> Decode(const char* text) {
   return {hr, owned ? std::string(data, data + length) : std::string(length, '?')};
 }
 
+const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// The same rules another way: white space out first, then the padding checked at the end.
+std::pair<int, std::string> Reference(std::string text) {
+  const std::string_view alphabet = kAlphabet, space = " \t\n\v\f\r";
+  text.erase(std::remove_if(text.begin(), text.end(),
+                            [&space](char c) { return space.find(c) != space.npos; }),
+             text.end());
+  const size_t data = text.find_last_not_of('=') + 1, pads = text.size() - data;
+  if ((pads > 0 && (pads > 2 || text.size() % 4 != 0)) || data % 4 == 1) return {E_FAIL, ""};
+  std::string bytes;
+  for (size_t i = 0, bits = 0, count = 0; i < data; ++i) {
+    const size_t six = alphabet.find(text[i]);
+    if (six == alphabet.npos) return {E_FAIL, ""};
+    bits = (bits << 6 | six) & 0xFFFF, count += 6;
+    if (count >= 8) count -= 8, bytes += static_cast<char>(bits >> count);
+  }
+  return {S_OK, bytes};
+}
+
 TEST(Base64, DecodesPaddedUnpaddedAndSpacedTextAndRefusesAnythingElse) {
-  const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string all, padded;  // every byte value, and its base64
   for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
   for (int i = 0; i < 255; i += 3)
@@ -43,11 +64,25 @@ TEST(Base64, DecodesPaddedUnpaddedAndSpacedTextAndRefusesAnythingElse) {
       {"/+8=", "\xFF\xEF"}, {" T W\tF u\r\n\v\fTQ = =\n", "ManM"}, {padded, all},
       {padded.substr(0, padded.size() - 2), all}, {wrapped, all}};
   // clang-format on
-  for (const auto& [text, bytes] : decoded)
+  for (const auto& [text, bytes] : decoded) {
     EXPECT_EQ(Decode(text.c_str()), std::make_pair(S_OK, bytes)) << text;
+    EXPECT_EQ(Reference(text), std::make_pair(S_OK, bytes)) << text;
+  }
   for (const char* text : {static_cast<const char*>(nullptr), "T", "TWFuT", "TQ=", "T===", "TQ=u",
                            "TQ==TWFu", "TQ==\n=", "=TWF", "TWFu!", "TW-u", "TWF\xC3\xA9"})
     EXPECT_EQ(Decode(text), std::make_pair(E_FAIL, std::string())) << text;
+}
+
+// Long texts are decoded by blocks of many characters: any byte put in at any place of the
+// first blocks is decoded or refused as the reference does.
+TEST(Base64, EveryByteAtEveryPlaceOfTheFirstBlocksAgreesWithTheReference) {
+  std::string base;
+  for (int i = 0; i < 130; ++i) base += kAlphabet[i * 7 % 64];
+  for (size_t at = 0; at < 72; ++at)
+    for (int byte = 1; byte < 256; ++byte) {
+      const std::string text = base.substr(0, at) + static_cast<char>(byte) + base.substr(at);
+      ASSERT_EQ(Decode(text.c_str()), Reference(text)) << at << ' ' << byte;
+    }
 }
 
 struct RepRelease {
