@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <sstream>
@@ -511,6 +512,9 @@ TEST_F(Queries, VectorAndMatricesReadValuesInTextOrderWrappingAroundShortLists) 
   const std::pair<const char*, std::vector<double>> cases[] = {
       {"0.1 -2.5 3e-3 4 0.7 6.25 -0 8.125 1e10 10 0.333 12 13",
        {0.1, -2.5, 3e-3, 4, 0.7, 6.25, -0.0, 8.125, 1e10, 10, 0.333, 12}},
+      // Hexadecimal, out of range, bare points, a sign and a tab inside pieces: as strtod reads.
+      {"0x1p3 1e999 .5 5. 1e-310 -7e-1 2\t9 +4 0.1e1 1e 8 9",
+       {8, HUGE_VAL, 0.5, 5, 1e-310, -0.7, 2, 4, 1, 1, 8, 9}},
       {"1\t2 3", {1, 3, 1, 3, 1, 3, 1, 3, 1, 3, 1, 3}},
       {" 5", {5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5}},
       {"", {}}};

@@ -1,5 +1,6 @@
 // Blank-separated numbers in element text, vectors and 12-value matrices.
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
@@ -33,6 +34,22 @@ bool NextPiece(const KalUnicodeString& list, int start, KalUnicodeString& piece,
   return true;
 }
 
+// strtod's reading of the number at `p` (where it stopped, `p` when nothing converts), with
+// plain decimal pieces taken by from_chars, which rounds them as strtod does, only faster.
+const char* ParseNumber(const char* p, const char* pieceEnd, double& value) {
+  const char* q = p + (p < pieceEnd && *p == '-');
+  if (q < pieceEnd && ((*q >= '0' && *q <= '9') || *q == '.')) {
+    const std::from_chars_result read = std::from_chars(p, pieceEnd, value);
+    // A hexadecimal or out-of-range piece, or one with more after the number, is strtod's.
+    const bool plain = read.ec == std::errc() && read.ptr == pieceEnd &&
+                       !(pieceEnd - q > 1 && q[0] == '0' && (q[1] == 'x' || q[1] == 'X'));
+    if (plain) return read.ptr;
+  }
+  char* stop = nullptr;
+  value = std::strtod(p, &stop);
+  return stop;
+}
+
 // The common case read in place: `count` values, each followed by one blank or, for the last,
 // by a blank or the end. It gives what the piece-by-piece reader gives: the same pieces, and
 // strtod stopping at the blank that ends a piece as it stops at the piece's end. False, with
@@ -48,8 +65,8 @@ bool ReadPlainList(const KalUnicodeString& text, T* values, int count) {
     const char* blank = static_cast<const char*>(std::memchr(p, ' ', end - p));
     const char* pieceEnd = blank != nullptr ? blank : end;
     if (blank == nullptr && i + 1 < count) return false;
-    char* stop = nullptr;
-    const double d = std::strtod(p, &stop);
+    double d = 0;
+    const char* stop = ParseNumber(p, pieceEnd, d);
     // A piece that does not convert (white space alone, say) leaves a double as it was and
     // gives a float zero.
     const bool converted = stop != p && stop <= pieceEnd;
