@@ -5,6 +5,7 @@
 #ifndef KAL_VORLA_LOOKUP_INDEXES_H
 #define KAL_VORLA_LOOKUP_INDEXES_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -26,6 +27,60 @@ struct EntriesByKey {
     auto found = entries.find(key);
     return found == entries.end() ? nullptr : &found->second;
   }
+};
+
+// The first element recorded for each text, in one flat table: a lookup reads one or two
+// slots, and touches a key's text only when the stored hashes agree. Lookups in a walk mostly
+// miss, which a node-based map pays with a cache miss or two each.
+class FirstByText {
+ public:
+  // Records `element` under `text` unless the text already has one. The text must outlive
+  // the index.
+  void Add(std::string_view text, KalLightXmlElementItf* element) {
+    if ((_Count + 1) * 2 > _Slots.size()) Grow();
+    if (Place(text, Hash(text), element)) ++_Count;
+  }
+  KalLightXmlElementItf* Find(std::string_view text) const {
+    if (_Slots.empty()) return nullptr;
+    const size_t hash = Hash(text);
+    for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
+      const Slot& slot = _Slots[i];
+      if (slot.element == nullptr) return nullptr;
+      if (slot.hash == hash && slot.text == text) return slot.element;
+    }
+  }
+
+ private:
+  struct Slot {
+    size_t hash = 0;
+    std::string_view text;
+    KalLightXmlElementItf* element = nullptr;
+  };
+  static size_t Hash(std::string_view text) { return std::hash<std::string_view>()(text); }
+  // False when the text was already there.
+  bool Place(std::string_view text, size_t hash, KalLightXmlElementItf* element) {
+    for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
+      Slot& slot = _Slots[i];
+      if (slot.element == nullptr) {
+        slot = {hash, text, element};
+        return true;
+      }
+      if (slot.hash == hash && slot.text == text) return false;
+    }
+  }
+  void Grow() {
+    std::vector<Slot> old;
+    old.swap(_Slots);
+    _Slots.resize(old.empty() ? 16 : old.size() * 2);
+    _Mask = _Slots.size() - 1;
+    for (const Slot& slot : old) {
+      if (slot.element != nullptr) Place(slot.text, slot.hash, slot.element);
+    }
+  }
+
+  std::vector<Slot> _Slots;
+  size_t _Mask = 0;
+  size_t _Count = 0;
 };
 
 // Indexes the direct children of `container` by `keyOf(child, key)` (false: no key), up to
@@ -77,7 +132,7 @@ struct KalVorlaLookupIndexes {
   bool bufferIdsBuilt = false;
   kalvorla::EntriesByKey<int> formatsByOwner;               // owner carried over
   // "aspectOwner" as written; the keys point into the document, which outlives the index.
-  kalvorla::EntriesByKey<std::string_view> aspectsByOwner;
+  kalvorla::FirstByText aspectsByOwner;
   std::unordered_map<int, int> materialPositions;           // id -> first 1-based position
   kalvorla::EntriesByKey<unsigned int> representationsById;  // "%u", 0 when not a number
   kalvorla::EntriesByKey<unsigned int> techRepsById;

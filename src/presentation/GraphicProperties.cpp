@@ -53,20 +53,17 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
     }
   } else {
     // The first aspect naming an owner is the one found; null entries are skipped.
-    kalvorla::EntriesByKey<std::string_view>& byOwner = indexes->aspectsByOwner;
+    kalvorla::FirstByText& byOwner = indexes->aspectsByOwner;
     if (!indexes->aspectsBuilt) {
       indexes->aspectsBuilt = true;
       for (int i = 1; i <= _GraphicPropertiesList.Size(); ++i) {
         KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
         if (entry == nullptr) continue;
         const KalUnicodeString& owner = entry->GetAttribute(kAspectOwnerAttribute);
-        auto& owned = byOwner.entries[{owner.ConvertToChar(), size_t(owner.GetLengthInChar())}];
-        if (owned.empty()) owned.push_back(entry);
+        byOwner.Add({owner.ConvertToChar(), size_t(owner.GetLengthInChar())}, entry);
       }
     }
-    if (const auto* owned = byOwner.Find({id.ConvertToChar(), size_t(id.GetLengthInChar())})) {
-      aspect = owned->front();
-    }
+    aspect = byOwner.Find({id.ConvertToChar(), size_t(id.GetLengthInChar())});
   }
   if (aspect == nullptr) return kVorlaNoGraphicProperties;
   KalLightXmlElementItf* child = nullptr;
