@@ -6,6 +6,7 @@
 #define KAL_VORLA_LOOKUP_INDEXES_H
 
 #include <functional>
+#include <type_traits>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -32,15 +33,16 @@ struct EntriesByKey {
 // The first element recorded for each text, in one flat table: a lookup reads one or two
 // slots, and touches a key's text only when the stored hashes agree. Lookups in a walk mostly
 // miss, which a node-based map pays with a cache miss or two each.
-class FirstByText {
+template <class Key>
+class FlatFirst {
  public:
   // Records `element` under `text` unless the text already has one. The text must outlive
   // the index.
-  void Add(std::string_view text, KalLightXmlElementItf* element) {
+  void Add(const Key& text, KalLightXmlElementItf* element) {
     if ((_Count + 1) * 2 > _Slots.size()) Grow();
     if (Place(text, Hash(text), element)) ++_Count;
   }
-  KalLightXmlElementItf* Find(std::string_view text) const {
+  KalLightXmlElementItf* Find(const Key& text) const {
     if (_Slots.empty()) return nullptr;
     const size_t hash = Hash(text);
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
@@ -53,12 +55,19 @@ class FirstByText {
  private:
   struct Slot {
     size_t hash = 0;
-    std::string_view text;
+    Key text{};
     KalLightXmlElementItf* element = nullptr;
   };
-  static size_t Hash(std::string_view text) { return std::hash<std::string_view>()(text); }
+  // Integers are spread with a multiplication: their own value would crowd nearby slots.
+  static size_t Hash(const Key& text) {
+    if constexpr (std::is_integral_v<Key>) {
+      return static_cast<size_t>((static_cast<uint64_t>(text) + 1) * 0x9E3779B97F4A7C15ull >> 17);
+    } else {
+      return std::hash<Key>()(text);
+    }
+  }
   // False when the text was already there.
-  bool Place(std::string_view text, size_t hash, KalLightXmlElementItf* element) {
+  bool Place(const Key& text, size_t hash, KalLightXmlElementItf* element) {
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
       Slot& slot = _Slots[i];
       if (slot.element == nullptr) {
@@ -81,7 +90,12 @@ class FirstByText {
   std::vector<Slot> _Slots;
   size_t _Mask = 0;
   size_t _Count = 0;
+
+ public:
+  bool endsAtNull = false;  // the scan meets a null entry after the last indexed one
+  bool empty = true;        // the sequence has no entry at all
 };
+using FirstByText = FlatFirst<std::string_view>;
 
 // Indexes the direct children of `container` by `keyOf(child, key)` (false: no key), up to
 // the first null child, where a scan would stop.
@@ -102,7 +116,7 @@ void IndexChildren(const KalLightXmlElementItf* container, EntriesByKey<Key>& in
 // walked again; without one, they are scanned.
 template <class Key, class KeyOf>
 WalkEnd FirstByKey(const KalLightXmlElementItf* container, const Key& wanted, KeyOf&& keyOf,
-                   EntriesByKey<Key>* index, bool& built, KalLightXmlElementItf*& match) {
+                   FlatFirst<Key>* index, bool& built, KalLightXmlElementItf*& match) {
   if (index == nullptr) {
     return WalkChildren(container, NullChild::kFail, [&](KalLightXmlElementItf* c) {
       Key key{};
@@ -113,12 +127,16 @@ WalkEnd FirstByKey(const KalLightXmlElementItf* container, const Key& wanted, Ke
   }
   if (!built) {
     built = true;
-    IndexChildren(container, *index, keyOf);
+    const WalkEnd end = WalkChildren(container, NullChild::kFail, [&](KalLightXmlElementItf* c) {
+      Key key{};
+      if (keyOf(*c, key)) index->Add(key, c);
+      return false;
+    });
+    index->empty = end == WalkEnd::kNoChildren;
+    index->endsAtNull = end == WalkEnd::kNullChild;
   }
-  if (const auto* found = index->Find(wanted)) {
-    match = found->front();
-    return WalkEnd::kStopped;
-  }
+  match = index->Find(wanted);
+  if (match != nullptr) return WalkEnd::kStopped;
   if (index->endsAtNull) return WalkEnd::kNullChild;
   return index->empty ? WalkEnd::kNoChildren : WalkEnd::kExhausted;
 }
@@ -134,9 +152,9 @@ struct KalVorlaLookupIndexes {
   // "aspectOwner" as written; the keys point into the document, which outlives the index.
   kalvorla::FirstByText aspectsByOwner;
   std::unordered_map<int, int> materialPositions;           // id -> first 1-based position
-  kalvorla::EntriesByKey<unsigned int> representationsById;  // "%u", 0 when not a number
-  kalvorla::EntriesByKey<unsigned int> techRepsById;
-  kalvorla::EntriesByKey<unsigned int> representationsBySignedId;  // "%d", carried over
+  kalvorla::FlatFirst<unsigned int> representationsById;  // "%u", 0 when not a number
+  kalvorla::FlatFirst<unsigned int> techRepsById;
+  kalvorla::FlatFirst<unsigned int> representationsBySignedId;  // "%d", carried over
   kalvorla::EntriesByKey<std::string> representationsByIdText;     // id as written
 };
 

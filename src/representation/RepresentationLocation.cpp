@@ -19,7 +19,7 @@ constexpr int kPrefixLength = 2;  // "./" or ".\"
 // The first direct child of `container` whose id, read as unsigned ("%u", 0 when it does not
 // convert), equals `id`. The one lookup behind both lookups by id.
 HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlElementItf** out,
-                 long mode, kalvorla::EntriesByKey<unsigned int>* index, bool& built) {
+                 long mode, kalvorla::FlatFirst<unsigned int>* index, bool& built) {
   if (out == nullptr || container == nullptr) return E_FAIL;
   KalLightXmlElementItf* match = nullptr;
   const auto idOf = [](const KalLightXmlElementItf& c, unsigned int& value) {
