@@ -53,17 +53,16 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
     }
   } else {
     // The first aspect naming an owner is the one found; null entries are skipped.
-    kalvorla::FirstByText& byOwner = indexes->aspectsByOwner;
-    if (!indexes->aspectsBuilt) {
-      indexes->aspectsBuilt = true;
+    kalvorla::FlatFirst<std::string_view>& byOwner = indexes->aspectsByOwner;
+    if (!byOwner.built) {
+      byOwner.built = true;
       for (int i = 1; i <= _GraphicPropertiesList.Size(); ++i) {
         KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
-        if (entry == nullptr) continue;
-        const KalUnicodeString& owner = entry->GetAttribute(kAspectOwnerAttribute);
-        byOwner.Add({owner.ConvertToChar(), size_t(owner.GetLengthInChar())}, entry);
+        if (entry != nullptr)
+          byOwner.Add(kalvorla::TextOf(entry->GetAttribute(kAspectOwnerAttribute)), entry);
       }
     }
-    aspect = byOwner.Find({id.ConvertToChar(), size_t(id.GetLengthInChar())});
+    aspect = byOwner.Find(kalvorla::TextOf(id));
   }
   if (aspect == nullptr) return kVorlaNoGraphicProperties;
   KalLightXmlElementItf* child = nullptr;

@@ -124,16 +124,13 @@ HRESULT KalVorlaParser::GetBufferFromGeometricRepresentationID(const KalUnicodeS
     return end == WalkEnd::kNullChild ? E_FAIL : result;
   }
   // Every representation with the id, in document order, as the scan meets them.
-  kalvorla::EntriesByKey<std::string>& byId = indexes->representationsByIdText;
-  if (!indexes->bufferIdsBuilt) {
-    indexes->bufferIdsBuilt = true;
-    kalvorla::IndexChildren(_pGeometricRepresentationSetNode, byId,
-                            [](const KalLightXmlElementItf& rep, std::string& key) {
-                              key = rep.GetAttribute(ID_S).ConvertToChar();
-                              return true;
-                            });
-  }
-  if (const auto* reps = byId.Find(id.ConvertToChar())) {
+  const auto& byId =
+      kalvorla::IndexChildren(_pGeometricRepresentationSetNode, indexes->representationsByIdText,
+                              [](const KalLightXmlElementItf& rep, std::string_view& key) {
+                                key = kalvorla::TextOf(rep.GetAttribute(ID_S));
+                                return true;
+                              });
+  if (const auto* reps = byId.Find(kalvorla::TextOf(id))) {
     for (KalLightXmlElementItf* rep : *reps) {
       if (handle(rep)) return result;
     }

@@ -19,7 +19,7 @@ constexpr int kPrefixLength = 2;  // "./" or ".\"
 // The first direct child of `container` whose id, read as unsigned ("%u", 0 when it does not
 // convert), equals `id`. The one lookup behind both lookups by id.
 HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlElementItf** out,
-                 long mode, kalvorla::FlatFirst<unsigned int>* index, bool& built) {
+                 long mode, kalvorla::FlatFirst<unsigned int>* index) {
   if (out == nullptr || container == nullptr) return E_FAIL;
   KalLightXmlElementItf* match = nullptr;
   const auto idOf = [](const KalLightXmlElementItf& c, unsigned int& value) {
@@ -27,7 +27,7 @@ HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlE
     c.GetAttribute(ID_S).ConvertToNum(&value, "%u");
     return true;
   };
-  const WalkEnd end = kalvorla::FirstByKey(container, id, idOf, index, built, match);
+  const WalkEnd end = kalvorla::FirstByKey(container, id, idOf, index, match);
   if (end == WalkEnd::kNullChild) return E_FAIL;
   if (end != WalkEnd::kStopped) return S_FALSE;
   if (mode != kVorlaCopyMode) {
@@ -90,12 +90,10 @@ HRESULT KalVorlaParser::GetRepresentationNode(unsigned int id,
     return valueRead;
   };
   KalVorlaLookupIndexes* indexes = Indexes();
-  bool unused = false;
   KalLightXmlElementItf* match = nullptr;
-  const WalkEnd end = kalvorla::FirstByKey(
-      _pGeometricRepresentationSetNode, id, idOf,
-      indexes ? &indexes->representationsBySignedId : nullptr,
-      indexes ? indexes->signedIdsBuilt : unused, match);
+  const WalkEnd end =
+      kalvorla::FirstByKey(_pGeometricRepresentationSetNode, id, idOf,
+                           indexes ? &indexes->representationsBySignedId : nullptr, match);
   if (end == WalkEnd::kStopped) *representation = match;
   return kalvorla::SearchResult(end);
 }
@@ -104,17 +102,13 @@ HRESULT KalVorlaParser::GetRepresentationNodeFromId(unsigned int id,
                                                     KalLightXmlElementItf** representation,
                                                     long mode) {
   KalVorlaLookupIndexes* indexes = Indexes();
-  bool unused = false;
   return FindById(_pGeometricRepresentationSetNode, id, representation, mode,
-                  indexes ? &indexes->representationsById : nullptr,
-                  indexes ? indexes->representationsBuilt : unused);
+                  indexes ? &indexes->representationsById : nullptr);
 }
 
 HRESULT KalVorlaParser::GetTechRepNodeFromId(unsigned int id, KalLightXmlElementItf** techRep,
                                              long mode) {
   KalVorlaLookupIndexes* indexes = Indexes();
-  bool unused = false;
   return FindById(_pSpecificExtensionSetNode, id, techRep, mode,
-                  indexes ? &indexes->techRepsById : nullptr,
-                  indexes ? indexes->techRepsBuilt : unused);
+                  indexes ? &indexes->techRepsById : nullptr);
 }

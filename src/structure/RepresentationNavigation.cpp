@@ -24,9 +24,14 @@ bool ChildText(const KalLightXmlElementItf* parent, const KalUnicodeString& tag,
                const KalUnicodeString*& text) {
   KalLightXmlElementItf* child = nullptr;
   switch (kalvorla::FindChildByTag(parent, tag, child)) {
-    case WalkEnd::kStopped: text = &child->GetValue(); return true;
-    case WalkEnd::kExhausted: text = &KalUnicodeString::Empty(); return true;
-    default: return false;
+    case WalkEnd::kStopped:
+      text = &child->GetValue();
+      return true;
+    case WalkEnd::kExhausted:
+      text = &KalUnicodeString::Empty();
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -42,7 +47,8 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
   // Read as GetValueString reads them (a missing child is empty text, a childless element
   // or a null child met first a failure), without copying the texts.
   const KalUnicodeString *format = nullptr, *versionText = nullptr;
-  if (!ChildText(repFormat, kFormatChild, format) || !ChildText(repFormat, kVersionChild, versionText)) {
+  if (!ChildText(repFormat, kFormatChild, format) ||
+      !ChildText(repFormat, kVersionChild, versionText)) {
     return E_FAIL;
   }
   // A version that does not convert compares false with every bound, so no rule takes it.
@@ -62,7 +68,7 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
 
 const KalUnicodeString* kalvorla::RepFormatUrn(const KalLightXmlElementItf* repFormat,
                                                HRESULT& code) {
-  code = repFormat == nullptr ? E_INVALIDARG
+  code = repFormat == nullptr                    ? E_INVALIDARG
          : repFormat->GetType() != kRepFormatTag ? E_FAIL
                                                  : S_OK;
   return code == S_OK ? &repFormat->GetAttribute(kAssociatedFileAttribute) : nullptr;
@@ -141,8 +147,8 @@ HRESULT KalVorlaParser::GetRepFormatsFromRepReference(KalLightXmlElementItf* rep
     return S_OK;
   }
   kalvorla::EntriesByKey<int>& byOwner = indexes->formatsByOwner;
-  if (!indexes->formatsBuilt) {
-    indexes->formatsBuilt = true;
+  if (!byOwner.built) {
+    byOwner.built = true;
     for (int i = 1; i <= _RepFormatList.Size() && !byOwner.endsAtNull; ++i) {
       KalLightXmlElementItf* entry = _RepFormatList[i];
       byOwner.endsAtNull = entry == nullptr;
