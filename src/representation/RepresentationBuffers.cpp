@@ -51,8 +51,7 @@ HRESULT KalVorlaParser::GetGeometricRepresentationBuffer(KalLightXmlElementItf* 
                                                          KalUnicodeString& format) {
   size = 0;
   if (repFormat == nullptr || buffer == nullptr) return kVorlaBadArguments;
-  HRESULT found = S_OK;
-  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat);
   if (urnText == nullptr) return E_FAIL;
   const KalUnicodeString& urn = *urnText;
   return GetRepBufferFromUrn(urn, buffer, size, format);

@@ -50,8 +50,7 @@ HRESULT FindById(KalLightXmlElementItf* container, unsigned int id, KalLightXmlE
 HRESULT KalVorlaParser::GetRepLocationFromRepFormat(KalLightXmlElementItf* repFormat,
                                                     KalUnicodeString& location) {
   if (repFormat == nullptr) return E_FAIL;
-  HRESULT found = S_OK;
-  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat);
   if (urnText == nullptr) return E_FAIL;
   const KalUnicodeString& urn = *urnText;
   // Without the kind, the cut starts at the URN's first colon all the same.

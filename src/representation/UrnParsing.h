@@ -18,9 +18,9 @@ HRESULT ExtractUrn(const KalUnicodeString& urn, KalVorlaUrnType& type, unsigned 
 // range past the end.
 std::string_view Piece(const KalUnicodeString& text, int start, int length);
 
-// The "associatedFile" URN of a "RepFormat" element, not copied; null, with the code of
-// GetRepresentationUrn, for a null element or another tag.
-const KalUnicodeString* RepFormatUrn(const KalLightXmlElementItf* repFormat, HRESULT& code);
+// The "associatedFile" URN of a "RepFormat" element, not copied; null for a null element or
+// another tag.
+const KalUnicodeString* RepFormatUrn(const KalLightXmlElementItf* repFormat);
 
 }  // namespace kalvorla
 

@@ -66,20 +66,18 @@ HRESULT KalVorlaParser::GetRepresentationDocType(KalLightXmlElementItf* repForma
   return S_OK;
 }
 
-const KalUnicodeString* kalvorla::RepFormatUrn(const KalLightXmlElementItf* repFormat,
-                                               HRESULT& code) {
-  code = repFormat == nullptr                    ? E_INVALIDARG
-         : repFormat->GetType() != kRepFormatTag ? E_FAIL
-                                                 : S_OK;
-  return code == S_OK ? &repFormat->GetAttribute(kAssociatedFileAttribute) : nullptr;
+const KalUnicodeString* kalvorla::RepFormatUrn(const KalLightXmlElementItf* repFormat) {
+  if (repFormat == nullptr || repFormat->GetType() != kRepFormatTag) return nullptr;
+  return &repFormat->GetAttribute(kAssociatedFileAttribute);
 }
 
 HRESULT KalVorlaParser::GetRepresentationUrn(KalLightXmlElementItf* repFormat,
                                              KalUnicodeString& urn) {
-  HRESULT code = S_OK;
-  const KalUnicodeString* found = kalvorla::RepFormatUrn(repFormat, code);
-  if (found != nullptr) urn = *found;
-  return code;
+  if (repFormat == nullptr) return E_INVALIDARG;
+  const KalUnicodeString* found = kalvorla::RepFormatUrn(repFormat);
+  if (found == nullptr) return E_FAIL;
+  urn = *found;
+  return S_OK;
 }
 
 HRESULT KalVorlaParser::GetRepInstancesFromReference3D(KalLightXmlElementItf* reference,
@@ -164,8 +162,7 @@ HRESULT KalVorlaParser::GetRepFormatsFromRepReference(KalLightXmlElementItf* rep
 HRESULT KalVorlaParser::GetRepresentationFromRepFormat(KalLightXmlElementItf* repFormat,
                                                        KalLightXmlElementItf** representation) {
   if (repFormat == nullptr || representation == nullptr) return E_INVALIDARG;
-  HRESULT found = S_OK;
-  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat, found);
+  const KalUnicodeString* urnText = kalvorla::RepFormatUrn(repFormat);
   if (urnText == nullptr) return E_FAIL;
   const KalUnicodeString& urn = *urnText;
   KalVorlaUrnType type = kNoUrnKind;
