@@ -117,12 +117,6 @@ class Gatherer {
         if (known == _PartIndex.end()) {
           known = _PartIndex.emplace(partKey, static_cast<int>(_Assembly.parts.size())).first;
           _Assembly.parts.push_back(ReadPart(doc, format, partKey, row));
-          _Rows[known->second] = row;
-        } else {
-          const RepRow& first = _Rows[known->second];
-          row.bufferCode = first.bufferCode;
-          row.size = first.size;
-          row.tag = first.tag;
         }
         row.part = known->second;
         parts.push_back(row.part);
@@ -132,16 +126,16 @@ class Gatherer {
     return parts;
   }
 
-  Part ReadPart(Document& doc, Element* format, const std::string& key, RepRow& row) {
+  Part ReadPart(Document& doc, Element* format, const std::string& key, const RepRow& row) {
     Part part;
     part.key = key;
     part.name = row.repReference;
     part.docType = row.docType;
     if (!_Options.geometry) return part;
     GeometryBuffer geometry = doc.Geometry(format);
-    row.bufferCode = geometry.code;
-    row.size = geometry.size;
-    row.tag = geometry.tag;
+    part.bufferCode = geometry.code;
+    part.size = geometry.size;
+    part.tag = geometry.tag;
     KalRep* rep = nullptr;
     if (geometry.code == kVorlaFormatNotSupported) {
       part.problem = "format or version not supported";
@@ -166,7 +160,6 @@ class Gatherer {
   std::set<std::string> _Path, _Cycles;
   std::map<std::string, std::vector<int>> _ReferenceParts;
   std::map<std::string, int> _PartIndex;
-  std::map<int, RepRow> _Rows;
   size_t _Occurrences = 0;
 };
 

@@ -35,17 +35,18 @@ struct Part {
   std::string name;  // of the representation reference that first led to it
   std::string docType;
   std::vector<KalMesh> meshes;
-  std::string problem;  // why it has no geometry; empty when it converted
+  std::string problem;        // why it has no geometry; empty when it converted
+  HRESULT bufferCode = S_OK;  // what the library said handing out its buffer
+  unsigned int size = 0;
+  std::string tag;
 };
 
 // One representation format reachable from a reference.
 struct RepRow {
   std::string document, reference, repInstance, repReference, docType, urn, location;
   int referenceId = -1, repInstanceId = -1, repReferenceId = -1;
-  HRESULT locationCode = S_OK, bufferCode = S_OK;
-  unsigned int size = 0;
-  std::string tag;
-  int part = -1;  // index in Assembly::parts, -1 when not read
+  HRESULT locationCode = S_OK;
+  int part = -1;  // index in Assembly::parts
 };
 
 struct Occurrence {

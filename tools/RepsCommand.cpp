@@ -15,6 +15,7 @@ void AddRepsCommand(CLI::App& app, int& exitCode) {
         if (json) {
           nlohmann::ordered_json rows = nlohmann::ordered_json::array();
           for (const RepRow& r : assembly.reps) {
+            const Part& part = assembly.parts[r.part];
             rows.push_back({{"document", r.document},
                             {"reference", {{"name", r.reference}, {"id", r.referenceId}}},
                             {"repInstance", {{"name", r.repInstance}, {"id", r.repInstanceId}}},
@@ -23,21 +24,23 @@ void AddRepsCommand(CLI::App& app, int& exitCode) {
                             {"urn", r.urn},
                             {"location", r.location},
                             {"local", r.locationCode == kVorlaLocationLocal},
-                            {"bufferCode", Hex(r.bufferCode)},
-                            {"size", r.size},
-                            {"tag", r.tag}});
+                            {"bufferCode", Hex(part.bufferCode)},
+                            {"size", part.size},
+                            {"tag", part.tag}});
           }
           std::cout << rows.dump(2) << "\n";
         } else {
           for (const RepRow& r : assembly.reps) {
+            const Part& part = assembly.parts[r.part];
             std::cout << "reference \"" << r.reference << "\" [" << r.referenceId << "]"
                       << " / instance \"" << r.repInstance << "\" [" << r.repInstanceId << "]"
                       << " / format of \"" << r.repReference << "\" [" << r.repReferenceId << "]\n"
                       << "  type " << (r.docType.empty() ? "unknown" : r.docType) << ", " << r.urn
                       << ", " << (r.locationCode == kVorlaLocationLocal ? "local id " : "file ")
-                      << r.location << ", " << r.size << " bytes"
-                      << (r.tag.empty() ? "" : " (" + r.tag + ")")
-                      << (r.bufferCode == kVorlaFormatNotSupported ? ", format not supported" : "")
+                      << r.location << ", " << part.size << " bytes"
+                      << (part.tag.empty() ? "" : " (" + part.tag + ")")
+                      << (part.bufferCode == kVorlaFormatNotSupported ? ", format not supported"
+                                                                      : "")
                       << "\n";
           }
         }
