@@ -166,7 +166,8 @@ class Builder {
       std::map<std::string, int> attributes;
       attributes["POSITION"] = AddPositions(mesh.positions);
       if (mesh.normals.size() == mesh.positions.size()) {
-        attributes["NORMAL"] = AddFloats(mesh.normals, TINYGLTF_TARGET_ARRAY_BUFFER, true);
+        attributes["NORMAL"] =
+            AddFloats(UnitNormals(mesh.normals), 3, TINYGLTF_TARGET_ARRAY_BUFFER);
       }
       _Vertices += mesh.VertexCount();
       if (!mesh.triangles.empty()) {
@@ -210,7 +211,7 @@ class Builder {
   }
 
   int AddPositions(const std::vector<float>& positions) {
-    const int accessor = AddFloats(positions, TINYGLTF_TARGET_ARRAY_BUFFER, false);
+    const int accessor = AddFloats(positions, 3, TINYGLTF_TARGET_ARRAY_BUFFER);
     std::vector<double> low(3, std::numeric_limits<double>::max()), high(3, -low[0]);
     for (size_t i = 0; i < positions.size(); ++i) {
       low[i % 3] = std::min<double>(low[i % 3], positions[i]);
@@ -221,21 +222,22 @@ class Builder {
     return accessor;
   }
 
-  int AddFloats(const std::vector<float>& values, int target, bool unit) {
-    std::vector<float> copy;
-    const std::vector<float>* data = &values;
-    if (unit) {
-      // glTF wants unit normals; documents may carry any length.
-      copy = values;
-      for (size_t i = 0; i + 2 < copy.size(); i += 3) {
-        Vec3 n = {copy[i], copy[i + 1], copy[i + 2]};
-        if (!Normalize(n)) n = {0, 0, 1};
-        for (int k = 0; k < 3; ++k) copy[i + k] = static_cast<float>(n[k]);
-      }
-      data = &copy;
+  // `values`, `components` floats per element (3 for VEC3, 4 for VEC4), as one accessor.
+  int AddFloats(const std::vector<float>& values, int components, int target = 0) {
+    const int view = AddView(values.data(), values.size() * sizeof(float), target);
+    return AddAccessor(view, TINYGLTF_COMPONENT_TYPE_FLOAT,
+                       components == 4 ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3,
+                       values.size() / components);
+  }
+
+  // glTF wants unit normals; documents may carry any length.
+  static std::vector<float> UnitNormals(std::vector<float> normals) {
+    for (size_t i = 0; i + 2 < normals.size(); i += 3) {
+      Vec3 n = {normals[i], normals[i + 1], normals[i + 2]};
+      if (!Normalize(n)) n = {0, 0, 1};
+      for (int k = 0; k < 3; ++k) normals[i + k] = static_cast<float>(n[k]);
     }
-    const int view = AddView(data->data(), data->size() * sizeof(float), target);
-    return AddAccessor(view, TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TYPE_VEC3, data->size() / 3);
+    return normals;
   }
 
   int AddIndices(const std::vector<uint32_t>& indices) {
@@ -307,11 +309,9 @@ class Builder {
       if (!rigid) continue;
       for (const auto& placement : placements) _Model.nodes[placement.node].mesh = -1;
       tinygltf::Value::Object attributes;
-      const size_t n = placements.size();
-      attributes["TRANSLATION"] =
-          tinygltf::Value(AddFloatsOfType(translations, TINYGLTF_TYPE_VEC3, n));
-      attributes["ROTATION"] = tinygltf::Value(AddFloatsOfType(rotations, TINYGLTF_TYPE_VEC4, n));
-      attributes["SCALE"] = tinygltf::Value(AddFloatsOfType(scales, TINYGLTF_TYPE_VEC3, n));
+      attributes["TRANSLATION"] = tinygltf::Value(AddFloats(translations, 3));
+      attributes["ROTATION"] = tinygltf::Value(AddFloats(rotations, 4));
+      attributes["SCALE"] = tinygltf::Value(AddFloats(scales, 3));
       tinygltf::Value::Object extension;
       extension["attributes"] = tinygltf::Value(attributes);
       tinygltf::Node node;
@@ -322,12 +322,6 @@ class Builder {
       scene.nodes.push_back(static_cast<int>(_Model.nodes.size() - 1));
       _Instanced.push_back(mesh);
     }
-  }
-
-  int AddFloatsOfType(const std::vector<float>& values, int type, size_t count) {
-    const int view = AddView(values.data(), values.size() * sizeof(float), 0);
-    _Model.bufferViews[view].target = 0;
-    return AddAccessor(view, TINYGLTF_COMPONENT_TYPE_FLOAT, type, count);
   }
 
   // Translation, rotation (quaternion) and scale of a placement; false for one with shear or
