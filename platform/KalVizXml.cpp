@@ -11,10 +11,6 @@
 #include "KalHResult.h"
 #include "KalViz.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace {
 
 using Element = KalLightXmlElementItf;
@@ -29,19 +25,6 @@ size_t CountWords(const Element& element) {
   const char* const end = p + text.GetLengthInChar();
   size_t words = 0;
   bool afterSpace = true;
-#ifdef __SSE2__
-  const __m128i blank = _mm_set1_epi8(' '), tab = _mm_set1_epi8('\t'), four = _mm_set1_epi8(4);
-  for (; end - p >= 16; p += 16) {
-    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i control = _mm_sub_epi8(c, tab);  // '\t'..'\r' become 0..4
-    const __m128i space = _mm_or_si128(_mm_cmpeq_epi8(c, blank),
-                                       _mm_cmpeq_epi8(_mm_min_epu8(control, four), control));
-    const unsigned spaces = static_cast<unsigned>(_mm_movemask_epi8(space));
-    const unsigned starts = ~spaces & (spaces << 1 | (afterSpace ? 1u : 0u)) & 0xFFFFu;
-    words += static_cast<size_t>(__builtin_popcount(starts));
-    afterSpace = (spaces >> 15) != 0;
-  }
-#endif
   for (; p < end; ++p) {
     const bool space = IsSpace(*p);
     words += afterSpace && !space;
