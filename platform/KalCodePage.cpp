@@ -7,10 +7,8 @@
 #include <new>
 
 #include "KalHResult.h"
+#include "KalMemory.h"
 
-#ifdef __linux__
-#include <sys/mman.h>
-#endif
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -111,22 +109,6 @@ bool HasAvx2() {
 
 #endif
 
-// A large output's fresh pages each cost a fault on first touch, which outweighs the
-// decoding itself; huge pages take 512 times fewer faults.
-void PreferHugePages(unsigned char* data, size_t size) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-  constexpr uintptr_t kHuge = uintptr_t{2} << 20;
-  if (size < 2 * kHuge) return;
-  const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + kHuge - 1) & ~(kHuge - 1);
-  const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(kHuge - 1);
-  if (end > begin)
-    static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE));
-#else
-  static_cast<void>(data);
-  static_cast<void>(size);
-#endif
-}
-
 // Decodes the text into `out`, which has room for every byte the text can give; the count
 // of bytes written, or -1 when the text is not base64.
 long long Decode(const char* p, const char* end, unsigned char* out) {
@@ -193,7 +175,7 @@ int KalCodePage::ConvertFromBase64(const char* text, unsigned char*& data, unsig
   if (capacity > UINT_MAX) return E_OUTOFMEMORY;
   unsigned char* out = new (std::nothrow) unsigned char[capacity > 0 ? capacity : 1];
   if (out == nullptr) return E_OUTOFMEMORY;
-  PreferHugePages(out, capacity);
+  KalAdviseHugePages(out, capacity);
   const long long written = Decode(text, text + size, out);
   if (written < 0) {
     delete[] out;

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "KalHResult.h"
+#include "KalMemory.h"
 
 namespace {
 
@@ -24,32 +25,20 @@ constexpr zip_uint64_t kMaxEntrySize = 0xFFFFFFFFu;
 // Deflate cannot expand more than 1032:1; the margin covers tiny entries.
 constexpr zip_uint64_t kMaxDeflateRatio = 1100;
 constexpr zip_uint64_t kDeflateSlack = 4096;
-// From this size on, first-touch page faults dominate a whole-entry read.
-constexpr size_t kHugePageThreshold = size_t{4} << 20;
-
-// Transparent huge pages for the page-aligned interior of a large buffer; a kernel that
-// refuses only costs the default small pages, so failure is ignored.
-void AdviseHugePages(void* data, size_t size) {
-  if (size < kHugePageThreshold) return;
-  const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-  const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + page - 1) & ~(page - 1);
-  const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(page - 1);
-  if (end > begin) {
-    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-  }
-}
+// From this size on an entry's raw bytes get a mapping of their own.
+constexpr size_t kOwnMappingThreshold = size_t{4} << 20;
 
 // Holds the raw compressed bytes of an entry; large ones live in their own mapping so they
 // can use huge pages and go back to the system at once.
 class ScratchBuffer {
  public:
   explicit ScratchBuffer(size_t size) : _Size(size) {
-    if (size >= kHugePageThreshold) {
+    if (size >= kOwnMappingThreshold) {
       void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
       if (p != MAP_FAILED) {
         _pData = static_cast<unsigned char*>(p);
         _Mapped = true;
-        AdviseHugePages(p, size);
+        KalAdviseHugePages(p, size);
       }
     } else {
       _pData = new (std::nothrow) unsigned char[size == 0 ? 1 : size];
@@ -158,7 +147,7 @@ struct KalSysZipFile::Impl {
     }
     raw.reset();
 
-    AdviseHugePages(buffer, size);
+    KalAdviseHugePages(buffer, size);
     // A null actual-size output makes anything but exactly `size` bytes an error.
     if (libdeflate_deflate_decompress(inflater.get(), compressed.Data(),
                                       static_cast<size_t>(stat.comp_size), buffer, size,
@@ -295,7 +284,7 @@ int KalSysZipFile::ReadBufferInZip(char* buffer, unsigned int size, unsigned int
 
   const zip_uint64_t remaining = impl.stat.size - impl.position;
   const zip_uint64_t wanted = size < remaining ? size : remaining;
-  AdviseHugePages(buffer, static_cast<size_t>(wanted));
+  KalAdviseHugePages(buffer, static_cast<size_t>(wanted));
   zip_uint64_t done = 0;
   while (done < wanted) {
     const zip_int64_t n = zip_fread(impl.entry.get(), buffer + done, wanted - done);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KalHResult.h"
+#include "KalMemory.h"
 #include "KalViz.h"
 
 // Words and floats go to and from the buffer as the host holds them.
@@ -140,6 +141,7 @@ int KalWriteQsr(KalRep* rep, char*& data, int& length, KalSettingQsr setting,
     }
     char* buffer = new (std::nothrow) char[total];
     if (buffer == nullptr) return E_OUTOFMEMORY;
+    KalAdviseHugePages(buffer, total);
     // The box written is the positions' one even when the caller changed them since.
     rep->UpdateBoundingBox();
     Writer out(buffer);
