@@ -143,10 +143,11 @@ class KalVorlaParser : public KalBaseUnknown {
                                       long mode);
   HRESULT GetTechRepNodeFromId(unsigned int id, KalLightXmlElementItf** techRep, long mode);
 
-  // Geometry buffers: the bytes of a representation and their document type tag. The
-  // buffer is a new[] array the caller releases with delete[]. kVorlaFormatNotSupported
-  // for a format or version this library does not read; S_OK with the buffer unwritten when
-  // no representation matches.
+  // Geometry buffers: the bytes of a representation and their document type tag. A buffer
+  // written is a new[] array the caller releases with delete[], whatever the result code (a
+  // representation read before a later one with the same id fails still hands its buffer
+  // over). kVorlaFormatNotSupported for a format or version this library does not read; S_OK
+  // with the buffer unwritten when no representation matches.
   HRESULT GetGeometricRepresentationBuffer(KalLightXmlElementItf* repFormat, char** buffer,
                                            unsigned int& size, KalUnicodeString& format);
   HRESULT GetRepBufferFromUrn(const KalUnicodeString& urn, char** buffer, unsigned int& size,
