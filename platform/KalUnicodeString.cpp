@@ -26,6 +26,18 @@ bool IsDoubleFormat(const char* f) {
                           std::strcmp(f, "%.2le") == 0 || std::strcmp(f, "%lg") == 0);
 }
 
+// Ids are mostly a short run of plain digits: read those directly, with the value the
+// strto* family gives (at most 18 digits cannot overflow), and leave the rest to it.
+bool PlainDigits(const char* text, unsigned long long& value) {
+  value = 0;
+  int count = 0;
+  for (; text[count] >= '0' && text[count] <= '9'; ++count) {
+    if (count == 18) return false;
+    value = value * 10 + static_cast<unsigned>(text[count] - '0');
+  }
+  return count > 0;
+}
+
 }  // namespace
 
 KalUnicodeString::KalUnicodeString() : _pData(kEmptyText), _Length(0), _Capacity(-1) {}
@@ -161,6 +173,11 @@ KalUnicodeString KalUnicodeString::SubString(int start, int length) const {
 
 int KalUnicodeString::ConvertToNum(int* value, const char* format) const {
   if (value == nullptr || !IsIntegerFormat(format)) return -1;
+  unsigned long long digits = 0;
+  if (PlainDigits(_pData, digits)) {
+    *value = static_cast<int>(digits);
+    return 1;
+  }
   char* end = nullptr;
   errno = 0;
   long long n = std::strtoll(_pData, &end, 10);
@@ -172,6 +189,11 @@ int KalUnicodeString::ConvertToNum(int* value, const char* format) const {
 
 int KalUnicodeString::ConvertToNum(unsigned int* value, const char* format) const {
   if (value == nullptr || !IsUnsignedFormat(format)) return -1;
+  unsigned long long digits = 0;
+  if (PlainDigits(_pData, digits)) {
+    *value = static_cast<unsigned int>(digits);
+    return 1;
+  }
   char* end = nullptr;
   errno = 0;
   unsigned long long n = std::strtoull(_pData, &end, 10);

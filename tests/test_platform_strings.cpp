@@ -1,6 +1,7 @@
 // KalUnicodeString: ownership of borrowed text, aliasing, comparison, searching and numbers.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -74,6 +75,17 @@ TEST(KalUnicodeString, ConvertToNumReadsEachFormatAndLeavesTheOutputAloneOnFailu
   EXPECT_EQ(Convert<double>(" -0.25 rest", "%le"), std::make_pair(1, -0.25));
   EXPECT_EQ(Convert<double>("3.14159", "%.2le"), std::make_pair(1, 3.14159))
       << "the precision does not round what is read";
+  // Runs of digits around the short path's limit keep the low bits of what strtoll and
+  // strtoull give, clamping included.
+  for (const char* text : {"007", "4294967297", "123456789012345678", "1234567890123456789",
+                           "99999999999999999999", "12 34"}) {
+    EXPECT_EQ(Convert<int>(text, "%d"),
+              std::make_pair(1, static_cast<int>(std::strtoll(text, nullptr, 10))))
+        << text;
+    EXPECT_EQ(Convert<unsigned int>(text, "%u"),
+              std::make_pair(1, static_cast<unsigned int>(std::strtoull(text, nullptr, 10))))
+        << text;
+  }
   for (const char* text : {"abc", "", "   ", "-", "+x"}) {
     EXPECT_EQ(Convert<int>(text, "%d"), std::make_pair(-1, 99)) << text;
     EXPECT_EQ(Convert<unsigned int>(text, "%u"), std::make_pair(-1, 99u)) << text;

@@ -38,9 +38,10 @@ struct EntriesByKey : IndexState {
   }
 };
 
-// The first entry under each key, in one flat table: a lookup reads one or two slots and
-// compares keys only when the stored hashes agree. Lookups in a walk mostly miss, which a
-// node-based map pays with a cache miss or two each.
+// The first entry under each key. Lookups in a walk mostly miss, so the probed table holds
+// only 8-byte slots (a fingerprint of the hash and the entry's position): a miss reads one or
+// two slots of a table small enough to stay in cache, and keys are compared only when the
+// fingerprints agree.
 template <class Key>
 class FlatFirst : public IndexState {
  public:
@@ -48,24 +49,39 @@ class FlatFirst : public IndexState {
   // Records `element` under `key` unless the key already has one. A key that refers to text
   // must outlive the index.
   void Add(const Key& key, KalLightXmlElementItf* element) {
-    if ((_Count + 1) * 2 > _Slots.size()) Grow();
-    if (Place(key, Hash(key), element)) ++_Count;
+    if ((_Entries.size() + 1) * 2 > _Slots.size()) Grow();
+    const size_t hash = Hash(key);
+    for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
+      Slot& slot = _Slots[i];
+      if (slot.position == 0) {
+        _Entries.push_back({key, element});
+        slot = {Fingerprint(hash), static_cast<uint32_t>(_Entries.size())};
+        return;
+      }
+      if (slot.fingerprint == Fingerprint(hash) && _Entries[slot.position - 1].key == key) return;
+    }
   }
   KalLightXmlElementItf* Find(const Key& key) const {
     if (_Slots.empty()) return nullptr;
     const size_t hash = Hash(key);
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
       const Slot& slot = _Slots[i];
-      if (slot.element == nullptr) return nullptr;
-      if (slot.hash == hash && slot.key == key) return slot.element;
+      if (slot.position == 0) return nullptr;
+      if (slot.fingerprint == Fingerprint(hash)) {
+        const Entry& entry = _Entries[slot.position - 1];
+        if (entry.key == key) return entry.element;
+      }
     }
   }
 
  private:
   struct Slot {
-    size_t hash = 0;
-    Key key{};
-    KalLightXmlElementItf* element = nullptr;  // null: the slot is free
+    uint32_t fingerprint = 0;
+    uint32_t position = 0;  // 1-based in _Entries; 0: the slot is free
+  };
+  struct Entry {
+    Key key;
+    KalLightXmlElementItf* element;
   };
   // Integers are spread with a multiplication: their own values would crowd nearby slots.
   static size_t Hash(const Key& key) {
@@ -75,29 +91,22 @@ class FlatFirst : public IndexState {
       return std::hash<Key>()(key);
     }
   }
-  // False when the key was already there.
-  bool Place(const Key& key, size_t hash, KalLightXmlElementItf* element) {
-    for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
-      Slot& slot = _Slots[i];
-      if (slot.element == nullptr) {
-        slot = {hash, key, element};
-        return true;
-      }
-      if (slot.hash == hash && slot.key == key) return false;
-    }
-  }
+  // The slot is chosen by the low bits, so the fingerprint takes the high ones.
+  static uint32_t Fingerprint(size_t hash) { return static_cast<uint32_t>(uint64_t{hash} >> 32); }
   void Grow() {
-    std::vector<Slot> old(_Slots.empty() ? 16 : _Slots.size() * 2);
-    old.swap(_Slots);
+    _Slots.assign(_Slots.empty() ? 16 : _Slots.size() * 2, Slot{});
     _Mask = _Slots.size() - 1;
-    for (const Slot& slot : old) {
-      if (slot.element != nullptr) Place(slot.key, slot.hash, slot.element);
+    for (size_t e = 0; e < _Entries.size(); ++e) {
+      const size_t hash = Hash(_Entries[e].key);
+      size_t i = hash & _Mask;
+      while (_Slots[i].position != 0) i = (i + 1) & _Mask;
+      _Slots[i] = {Fingerprint(hash), static_cast<uint32_t>(e + 1)};
     }
   }
 
   std::vector<Slot> _Slots;
+  std::vector<Entry> _Entries;
   size_t _Mask = 0;
-  size_t _Count = 0;
 };
 
 // A string's text as a key, without a copy.
