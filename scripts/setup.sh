@@ -6,7 +6,7 @@
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
-          libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev libtinygltf-dev
+          libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev
           nlohmann-json3-dev pkg-config)
 # Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
 command -v node >/dev/null || packages+=(nodejs)

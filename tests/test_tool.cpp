@@ -65,7 +65,7 @@ TEST(Tool, SampleTreeExportAndInfo) {
             "\n    instance \"Head assembly.1\" [112] -> reference \"Head assembly\" [7] ...\n");
   EXPECT_EQ(Export(kSample, dir.File("lamp.glb"), dir).first,
             "vorla: wrote " + dir.File("lamp.glb") +
-                ": 19 nodes, 6 meshes, 567 vertices stored, 3 cameras, 31324 bytes\n");
+                ": 19 nodes, 6 meshes, 567 vertices stored, 3 cameras, 30804 bytes\n");
   const Result info = Vorla("info --json " + kSample, dir);
   EXPECT_EQ(info.exit, 0);
   EXPECT_TRUE(Has(info.out, "\"instances\": 15,\n  \"references\": 9,\n  \"representations\": 5"));

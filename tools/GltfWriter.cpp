@@ -1,13 +1,14 @@
 #include "GltfWriter.h"
 
-#include <tiny_gltf.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <map>
-#include <sstream>
 
 namespace vorla {
 
@@ -15,8 +16,13 @@ namespace {
 
 constexpr double kDefaultGrey = 0.8;
 constexpr size_t kInstancingThreshold = 8;  // placements that make a mesh worth instancing
+// glTF's codes for component types, buffer targets and primitive modes.
+constexpr int kFloat = 5126, kUnsignedInt = 5125;
+constexpr int kArrayBuffer = 34962, kElementArrayBuffer = 34963;
+constexpr int kLines = 1, kTriangles = 4;
 
 using Vec3 = std::array<double, 3>;
+using Matrix4 = std::array<double, 16>;
 
 Vec3 Cross(const Vec3& a, const Vec3& b) {
   return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
@@ -29,19 +35,101 @@ bool Normalize(Vec3& v) {
   return true;
 }
 
-// The placement as glTF's column-major 4x4; empty for the identity (glTF's default).
-std::vector<double> NodeMatrix(const Matrix& m) {
-  if (m == kIdentity) return {};
+// The placement as glTF's column-major 4x4.
+Matrix4 NodeMatrix(const Matrix& m) {
   return {m[0], m[1], m[2], 0, m[3], m[4], m[5], 0, m[6], m[7], m[8], 0, m[9], m[10], m[11], 1};
+}
+
+// glTF's JSON, written as it goes: a model of hundreds of thousands of nodes held as a JSON
+// tree first costs seconds and several times the output's size.
+class Json {
+ public:
+  Json& Open(char bracket) {
+    Separate();
+    _Text += bracket;
+    _First = true;
+    return *this;
+  }
+  Json& Close(char bracket) {
+    _Text += bracket;
+    _First = false;
+    return *this;
+  }
+  Json& Key(const char* key) {
+    Separate();
+    (_Text += '"').append(key) += "\":";
+    _First = true;  // the value that follows takes no comma
+    return *this;
+  }
+  Json& Number(double value) {
+    Separate();
+    if (!std::isfinite(value)) return Raw("null");
+    char text[32];
+    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+  }
+  Json& Integer(long long value) {
+    Separate();
+    char text[24];
+    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+  }
+  Json& Bool(bool value) {
+    Separate();
+    return Raw(value ? "true" : "false");
+  }
+  // Plain printable ASCII as it is; anything else escaped, invalid UTF-8 replaced.
+  Json& String(const std::string& value) {
+    Separate();
+    const bool plain = std::all_of(value.begin(), value.end(), [](char c) {
+      return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
+    });
+    if (plain) return Raw("\"").Raw(value).Raw("\"");
+    return Raw(nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  }
+  template <class Range>
+  Json& Numbers(const Range& values) {
+    Open('[');
+    for (double v : values) Number(v);
+    return Close(']');
+  }
+  std::string& Text() { return _Text; }
+
+ private:
+  void Separate() {
+    if (!_First) _Text += ',';
+    _First = false;
+  }
+  Json& Raw(std::string_view text) {
+    _Text.append(text);
+    return *this;
+  }
+  std::string _Text;
+  bool _First = true;
+};
+
+std::string Base64(const std::vector<unsigned char>& data) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((data.size() + 2) / 3 * 4);
+  for (size_t i = 0; i < data.size(); i += 3) {
+    const size_t n = std::min<size_t>(3, data.size() - i);
+    uint32_t v = uint32_t{data[i]} << 16;
+    if (n > 1) v |= uint32_t{data[i + 1]} << 8;
+    if (n > 2) v |= data[i + 2];
+    for (size_t k = 0; k < 4; ++k) out += k <= n ? kDigits[(v >> (18 - 6 * k)) & 63] : '=';
+  }
+  return out;
+}
+
+void AppendWord(std::string& out, uint32_t word) {
+  char bytes[4];
+  for (int k = 0; k < 4; ++k) bytes[k] = static_cast<char>(word >> (8 * k));  // little-endian
+  out.append(bytes, 4);
 }
 
 class Builder {
  public:
   Builder(const Assembly& assembly, const GltfOptions& options)
       : _Assembly(assembly), _Options(options) {
-    _Model.asset.version = "2.0";
-    _Model.asset.generator = "vorla (KalVorlaImportTools)";
-    _Model.buffers.emplace_back();
     // Document coordinates to glTF's: scale to metres, then Z up becomes Y up.
     const double s = options.metresPerUnit;
     _Conversion = options.zUp ? Matrix{s, 0, 0, 0, 0, -s, 0, s, 0, 0, 0, 0}
@@ -49,70 +137,95 @@ class Builder {
   }
 
   bool Build(std::string& bytes, GltfStats& stats, std::string& error) {
-    tinygltf::Scene scene;
-    scene.nodes.push_back(AddOccurrence(_Assembly.root, _Conversion));
-    _Model.nodes[scene.nodes[0]].name =
-        _Assembly.root.reference.empty() ? "root" : _Assembly.root.reference;
-    _Model.nodes[scene.nodes[0]].matrix = NodeMatrix(_Conversion);
+    std::vector<int> scene{AddOccurrence(_Assembly.root, _Conversion)};
+    Node& root = _Nodes[static_cast<size_t>(scene[0])];
+    root.name = _Assembly.root.reference.empty() ? "root" : _Assembly.root.reference;
+    root.matrix = NodeMatrix(_Conversion);
+    root.hasMatrix = true;
     if (_Options.gpuInstancing) AddInstancing(scene);
     for (const View& view : _Assembly.views) {
       const int node = AddCamera(view);
-      if (node >= 0) scene.nodes.push_back(node);
+      if (node >= 0) scene.push_back(node);
     }
-    _Model.scenes.push_back(scene);
-    _Model.defaultScene = 0;
-    _Model.buffers[0].data.swap(_Data);
-    if (_Model.buffers[0].data.empty()) {
-      _Model.buffers.clear();
+    stats = {_Nodes.size(), _Meshes.size(), _Accessors.size(), _Vertices, _Cameras.size()};
+    std::string json = Write(scene);
+    if (!_Options.binary) {
+      bytes.swap(json);
+      return true;
     }
-    if (_Options.gpuInstancing && !_Instanced.empty()) {
-      _Model.extensionsUsed.push_back("EXT_mesh_gpu_instancing");
-    }
-    stats = {_Model.nodes.size(), _Model.meshes.size(), _Model.accessors.size(), _Vertices,
-             _Model.cameras.size()};
-    std::ostringstream out;
-    tinygltf::TinyGLTF writer;
-    if (!writer.WriteGltfSceneToStream(&_Model, out, !_Options.binary, _Options.binary)) {
-      error = "the glTF writer failed";
+    // A .glb: its header, the JSON chunk padded with blanks, the binary chunk with zeros.
+    const size_t jsonLength = (json.size() + 3) & ~size_t{3};
+    const size_t dataLength = (_Data.size() + 3) & ~size_t{3};
+    const size_t total = 12 + 8 + jsonLength + (_Data.empty() ? 0 : 8 + dataLength);
+    if (total > std::numeric_limits<uint32_t>::max()) {
+      error = "the model is larger than a .glb can hold (4 GB); write a .gltf";
       return false;
     }
-    bytes = out.str();
+    json.resize(jsonLength, ' ');
+    bytes.clear();
+    bytes.reserve(total);
+    bytes.append("glTF");
+    AppendWord(bytes, 2);
+    AppendWord(bytes, static_cast<uint32_t>(total));
+    AppendWord(bytes, static_cast<uint32_t>(jsonLength));
+    bytes.append("JSON").append(json);
+    if (!_Data.empty()) {
+      AppendWord(bytes, static_cast<uint32_t>(dataLength));
+      bytes.append("BIN", 4);
+      bytes.append(reinterpret_cast<const char*>(_Data.data()), _Data.size());
+      bytes.append(dataLength - _Data.size(), '\0');
+    }
     return true;
   }
 
  private:
+  struct Node {
+    const Occurrence* occurrence = nullptr;  // gives the name, placement and extras
+    std::string name;                        // overrides the occurrence's
+    bool hasMatrix = false;                  // overrides the occurrence's placement
+    Matrix4 matrix{};
+    int mesh = -1, camera = -1;
+    std::vector<int> children;
+    std::array<int, 3> instancing{-1, -1, -1};  // translation, rotation, scale accessors
+  };
   struct Primitive {
-    std::map<std::string, int> attributes;
-    int indices = -1;
-    int mode = TINYGLTF_MODE_TRIANGLES;
+    int position = -1, normal = -1, indices = -1, mode = kTriangles, material = -1;
+  };
+  struct Mesh {
+    std::string name;
+    std::vector<Primitive> primitives;
+  };
+  struct Accessor {
+    int view, componentType;
+    const char* type;
+    size_t count;
+    std::vector<double> low, high;  // positions only
+  };
+  struct BufferView {
+    size_t offset, length;
+    int target;
+  };
+  struct Camera {
+    std::string name;
+    bool perspective;
+    double yfov, half, znear, zfar;
   };
 
   int AddOccurrence(const Occurrence& occurrence, const Matrix& world) {
-    const int index = static_cast<int>(_Model.nodes.size());
-    _Model.nodes.emplace_back();
-    {
-      tinygltf::Node& node = _Model.nodes.back();
-      node.name = occurrence.name.empty() ? occurrence.reference : occurrence.name;
-      node.matrix = NodeMatrix(occurrence.matrix);
-      tinygltf::Value::Object extras;
-      if (occurrence.instanceId >= 0) extras["instanceId"] = tinygltf::Value(occurrence.instanceId);
-      extras["referenceId"] = tinygltf::Value(occurrence.referenceId);
-      extras["reference"] = tinygltf::Value(occurrence.reference);
-      if (!occurrence.externalFile.empty()) {
-        extras["file"] = tinygltf::Value(occurrence.externalFile);
-      }
-      node.extras = tinygltf::Value(extras);
-    }
+    const int index = static_cast<int>(_Nodes.size());
+    _Nodes.emplace_back();
+    _Nodes.back().occurrence = &occurrence;
     const int mesh = MeshFor(occurrence.parts, occurrence.color);
     if (mesh >= 0) {
       if (_Options.gpuInstancing) _Placements[mesh].push_back({index, world});
-      _Model.nodes[index].mesh = mesh;
+      _Nodes[static_cast<size_t>(index)].mesh = mesh;
     }
     std::vector<int> children;
+    children.reserve(occurrence.children.size());
     for (const Occurrence& child : occurrence.children) {
       children.push_back(AddOccurrence(child, Compose(world, child.matrix)));
     }
-    _Model.nodes[index].children = children;
+    _Nodes[static_cast<size_t>(index)].children = std::move(children);
     return index;
   }
 
@@ -120,40 +233,29 @@ class Builder {
   int MeshFor(const std::vector<int>& parts, const std::optional<Rgba>& color) {
     if (parts.empty()) return -1;
     const Rgba key = color.value_or(Rgba{kDefaultGrey, kDefaultGrey, kDefaultGrey, 1});
-    auto found = _Meshes.find({parts, key});
-    if (found != _Meshes.end()) return found->second;
-    tinygltf::Mesh mesh;
-    const int material = MaterialFor(key);
+    auto found = _MeshIndex.find({parts, key});
+    if (found != _MeshIndex.end()) return found->second;
+    Mesh mesh;
     for (int part : parts) {
-      for (const Primitive& p : PrimitivesOf(part)) {
-        tinygltf::Primitive primitive;
-        primitive.attributes = p.attributes;
-        primitive.indices = p.indices;
-        primitive.mode = p.mode;
-        primitive.material = material;
-        mesh.primitives.push_back(primitive);
-      }
-      if (mesh.name.empty()) mesh.name = _Assembly.parts[part].name;
+      const std::vector<Primitive>& primitives = PrimitivesOf(part);
+      mesh.primitives.insert(mesh.primitives.end(), primitives.begin(), primitives.end());
+      if (mesh.name.empty()) mesh.name = _Assembly.parts[static_cast<size_t>(part)].name;
     }
-    const int index = mesh.primitives.empty() ? -1 : static_cast<int>(_Model.meshes.size());
-    if (index >= 0) _Model.meshes.push_back(mesh);
-    _Meshes[{parts, key}] = index;
+    const int index = mesh.primitives.empty() ? -1 : static_cast<int>(_Meshes.size());
+    if (index >= 0) {
+      const int material = MaterialFor(key);  // only meshes that are written use one
+      for (Primitive& p : mesh.primitives) p.material = material;
+      _Meshes.push_back(std::move(mesh));
+    }
+    _MeshIndex[{parts, key}] = index;
     return index;
   }
 
   int MaterialFor(const Rgba& color) {
-    auto found = _Materials.find(color);
-    if (found != _Materials.end()) return found->second;
-    tinygltf::Material material;
-    material.pbrMetallicRoughness.baseColorFactor = {color.r, color.g, color.b, color.a};
-    material.pbrMetallicRoughness.metallicFactor = 0.0;
-    material.pbrMetallicRoughness.roughnessFactor = 0.6;
-    if (color.a < 1.0) material.alphaMode = "BLEND";
-    material.doubleSided = true;  // documents do not promise closed, outward-wound surfaces
-    const int index = static_cast<int>(_Model.materials.size());
-    _Model.materials.push_back(material);
-    _Materials[color] = index;
-    return index;
+    auto found = _MaterialIndex.find(color);
+    if (found != _MaterialIndex.end()) return found->second;
+    _Materials.push_back(color);
+    return _MaterialIndex[color] = static_cast<int>(_Materials.size() - 1);
   }
 
   // The accessors of a part, made once and shared by every mesh that uses the part.
@@ -161,17 +263,17 @@ class Builder {
     auto found = _Primitives.find(part);
     if (found != _Primitives.end()) return found->second;
     std::vector<Primitive>& primitives = _Primitives[part];
-    for (const KalMesh& mesh : _Assembly.parts[part].meshes) {
+    for (const KalMesh& mesh : _Assembly.parts[static_cast<size_t>(part)].meshes) {
       if (mesh.VertexCount() == 0) continue;
-      std::map<std::string, int> attributes;
-      attributes["POSITION"] = AddPositions(mesh.positions);
+      Primitive p;
+      p.position = AddPositions(mesh.positions);
       if (mesh.normals.size() == mesh.positions.size()) {
-        attributes["NORMAL"] =
-            AddFloats(UnitNormals(mesh.normals), 3, TINYGLTF_TARGET_ARRAY_BUFFER);
+        p.normal = AddFloats(UnitNormals(mesh.normals), 3, kArrayBuffer);
       }
       _Vertices += mesh.VertexCount();
       if (!mesh.triangles.empty()) {
-        primitives.push_back({attributes, AddIndices(mesh.triangles), TINYGLTF_MODE_TRIANGLES});
+        p.indices = AddIndices(mesh.triangles);
+        primitives.push_back(p);
       }
       std::vector<uint32_t> lines;
       size_t at = 0;
@@ -182,52 +284,45 @@ class Builder {
         }
         at += size;
       }
-      if (!lines.empty()) primitives.push_back({attributes, AddIndices(lines), TINYGLTF_MODE_LINE});
+      if (!lines.empty()) {
+        p.indices = AddIndices(lines);
+        p.mode = kLines;
+        primitives.push_back(p);
+      }
     }
     return primitives;
   }
 
   int AddView(const void* data, size_t bytes, int target) {
-    while (_Data.size() % 4 != 0) _Data.push_back(0);
-    tinygltf::BufferView view;
-    view.buffer = 0;
-    view.byteOffset = _Data.size();
-    view.byteLength = bytes;
-    view.target = target;
+    _Data.resize((_Data.size() + 3) & ~size_t{3}, 0);
+    _Views.push_back({_Data.size(), bytes, target});
     const auto* begin = static_cast<const unsigned char*>(data);
     _Data.insert(_Data.end(), begin, begin + bytes);
-    _Model.bufferViews.push_back(view);
-    return static_cast<int>(_Model.bufferViews.size() - 1);
+    return static_cast<int>(_Views.size() - 1);
   }
 
-  int AddAccessor(int view, int componentType, int type, size_t count) {
-    tinygltf::Accessor accessor;
-    accessor.bufferView = view;
-    accessor.componentType = componentType;
-    accessor.type = type;
-    accessor.count = count;
-    _Model.accessors.push_back(accessor);
-    return static_cast<int>(_Model.accessors.size() - 1);
+  int AddAccessor(int view, int componentType, const char* type, size_t count) {
+    _Accessors.push_back({view, componentType, type, count, {}, {}});
+    return static_cast<int>(_Accessors.size() - 1);
   }
 
   int AddPositions(const std::vector<float>& positions) {
-    const int accessor = AddFloats(positions, 3, TINYGLTF_TARGET_ARRAY_BUFFER);
+    const int accessor = AddFloats(positions, 3, kArrayBuffer);
     std::vector<double> low(3, std::numeric_limits<double>::max()), high(3, -low[0]);
     for (size_t i = 0; i < positions.size(); ++i) {
       low[i % 3] = std::min<double>(low[i % 3], positions[i]);
       high[i % 3] = std::max<double>(high[i % 3], positions[i]);
     }
-    _Model.accessors[accessor].minValues = low;
-    _Model.accessors[accessor].maxValues = high;
+    _Accessors[static_cast<size_t>(accessor)].low = low;
+    _Accessors[static_cast<size_t>(accessor)].high = high;
     return accessor;
   }
 
   // `values`, `components` floats per element (3 for VEC3, 4 for VEC4), as one accessor.
   int AddFloats(const std::vector<float>& values, int components, int target = 0) {
     const int view = AddView(values.data(), values.size() * sizeof(float), target);
-    return AddAccessor(view, TINYGLTF_COMPONENT_TYPE_FLOAT,
-                       components == 4 ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3,
-                       values.size() / components);
+    return AddAccessor(view, kFloat, components == 4 ? "VEC4" : "VEC3",
+                       values.size() / static_cast<size_t>(components));
   }
 
   // glTF wants unit normals; documents may carry any length.
@@ -235,16 +330,15 @@ class Builder {
     for (size_t i = 0; i + 2 < normals.size(); i += 3) {
       Vec3 n = {normals[i], normals[i + 1], normals[i + 2]};
       if (!Normalize(n)) n = {0, 0, 1};
-      for (int k = 0; k < 3; ++k) normals[i + k] = static_cast<float>(n[k]);
+      for (size_t k = 0; k < 3; ++k) normals[i + k] = static_cast<float>(n[k]);
     }
     return normals;
   }
 
   int AddIndices(const std::vector<uint32_t>& indices) {
-    const int view = AddView(indices.data(), indices.size() * sizeof(uint32_t),
-                             TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
-    return AddAccessor(view, TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT, TINYGLTF_TYPE_SCALAR,
-                       indices.size());
+    const int view =
+        AddView(indices.data(), indices.size() * sizeof(uint32_t), kElementArrayBuffer);
+    return AddAccessor(view, kUnsignedInt, "SCALAR", indices.size());
   }
 
   int AddCamera(const View& view) {
@@ -254,9 +348,9 @@ class Builder {
     const double s = _Options.metresPerUnit;
     const auto toWorld = [&](const std::array<float, 3>& v, bool point) {
       Vec3 w{};
-      for (int row = 0; row < 3; ++row) {
+      for (size_t row = 0; row < 3; ++row) {
         w[row] = point ? _Conversion[9 + row] : 0.0;
-        for (int k = 0; k < 3; ++k) w[row] += _Conversion[3 * k + row] * v[k] / (point ? 1 : s);
+        for (size_t k = 0; k < 3; ++k) w[row] += _Conversion[3 * k + row] * v[k] / (point ? 1 : s);
       }
       return w;
     };
@@ -270,35 +364,23 @@ class Builder {
     }
     up = Cross(back, right);
     const Vec3 at = toWorld(view.position, true);
-    tinygltf::Camera camera;
-    camera.name = view.name;
     const double nearPlane = view.nearPlane > 0 ? view.nearPlane * s : 0.01;
     const double farPlane = view.farPlane * s > nearPlane ? view.farPlane * s : nearPlane * 1e4;
-    if (view.kind == View::Kind::kPerspective) {
-      camera.type = "perspective";
-      camera.perspective.yfov = view.fieldOfView > 0 ? view.fieldOfView : 0.8;
-      camera.perspective.znear = nearPlane;
-      camera.perspective.zfar = farPlane;
-    } else {
-      camera.type = "orthographic";
-      const double half = view.height > 0 ? view.height * s / 2 : 1.0;
-      camera.orthographic.xmag = half;
-      camera.orthographic.ymag = half;
-      camera.orthographic.znear = nearPlane;
-      camera.orthographic.zfar = farPlane;
-    }
-    _Model.cameras.push_back(camera);
-    tinygltf::Node node;
+    const bool perspective = view.kind == View::Kind::kPerspective;
+    _Cameras.push_back({view.name, perspective, view.fieldOfView > 0 ? view.fieldOfView : 0.8,
+                        view.height > 0 ? view.height * s / 2 : 1.0, nearPlane, farPlane});
+    Node node;
     node.name = view.name;
-    node.camera = static_cast<int>(_Model.cameras.size() - 1);
+    node.camera = static_cast<int>(_Cameras.size() - 1);
+    node.hasMatrix = true;
     node.matrix = {right[0], right[1], right[2], 0, up[0], up[1], up[2], 0,
                    back[0],  back[1],  back[2],  0, at[0], at[1], at[2], 1};
-    _Model.nodes.push_back(node);
-    return static_cast<int>(_Model.nodes.size() - 1);
+    _Nodes.push_back(std::move(node));
+    return static_cast<int>(_Nodes.size() - 1);
   }
 
   // Meshes placed many times move to one node each that lists every placement.
-  void AddInstancing(tinygltf::Scene& scene) {
+  void AddInstancing(std::vector<int>& scene) {
     for (const auto& [mesh, placements] : _Placements) {
       if (placements.size() < kInstancingThreshold) continue;
       std::vector<float> translations, rotations, scales;
@@ -307,20 +389,14 @@ class Builder {
         rigid = rigid && Decompose(placement.world, translations, rotations, scales);
       }
       if (!rigid) continue;
-      for (const auto& placement : placements) _Model.nodes[placement.node].mesh = -1;
-      tinygltf::Value::Object attributes;
-      attributes["TRANSLATION"] = tinygltf::Value(AddFloats(translations, 3));
-      attributes["ROTATION"] = tinygltf::Value(AddFloats(rotations, 4));
-      attributes["SCALE"] = tinygltf::Value(AddFloats(scales, 3));
-      tinygltf::Value::Object extension;
-      extension["attributes"] = tinygltf::Value(attributes);
-      tinygltf::Node node;
-      node.name = _Model.meshes[mesh].name + " (instanced)";
+      for (const auto& placement : placements) _Nodes[static_cast<size_t>(placement.node)].mesh = -1;
+      Node node;
+      node.name = _Meshes[static_cast<size_t>(mesh)].name + " (instanced)";
       node.mesh = mesh;
-      node.extensions["EXT_mesh_gpu_instancing"] = tinygltf::Value(extension);
-      _Model.nodes.push_back(node);
-      scene.nodes.push_back(static_cast<int>(_Model.nodes.size() - 1));
-      _Instanced.push_back(mesh);
+      node.instancing = {AddFloats(translations, 3), AddFloats(rotations, 4), AddFloats(scales, 3)};
+      _Nodes.push_back(std::move(node));
+      scene.push_back(static_cast<int>(_Nodes.size() - 1));
+      _Instanced = true;
     }
   }
 
@@ -374,6 +450,125 @@ class Builder {
     return true;
   }
 
+  std::string Write(const std::vector<int>& scene) {
+    Json j;
+    j.Open('{').Key("asset").Open('{');
+    j.Key("version").String("2.0").Key("generator").String("vorla (KalVorlaImportTools)").Close('}');
+    if (_Instanced) j.Key("extensionsUsed").Open('[').String("EXT_mesh_gpu_instancing").Close(']');
+    j.Key("scene").Integer(0).Key("scenes").Open('[').Open('{').Key("nodes").Open('[');
+    for (int node : scene) j.Integer(node);
+    j.Close(']').Close('}').Close(']');
+    j.Key("nodes").Open('[');
+    for (const Node& node : _Nodes) WriteNode(j, node);
+    j.Close(']');
+    if (!_Meshes.empty()) {
+      j.Key("meshes").Open('[');
+      for (const Mesh& mesh : _Meshes) WriteMesh(j, mesh);
+      j.Close(']');
+    }
+    if (!_Materials.empty()) {
+      j.Key("materials").Open('[');
+      for (const Rgba& c : _Materials) {
+        j.Open('{').Key("pbrMetallicRoughness").Open('{');
+        j.Key("baseColorFactor").Numbers(std::array<double, 4>{c.r, c.g, c.b, c.a});
+        j.Key("metallicFactor").Number(0).Key("roughnessFactor").Number(0.6).Close('}');
+        if (c.a < 1.0) j.Key("alphaMode").String("BLEND");
+        // Documents do not promise closed, outward-wound surfaces.
+        j.Key("doubleSided").Bool(true).Close('}');
+      }
+      j.Close(']');
+    }
+    if (!_Accessors.empty()) {
+      j.Key("accessors").Open('[');
+      for (const Accessor& a : _Accessors) {
+        j.Open('{').Key("bufferView").Integer(a.view).Key("componentType").Integer(a.componentType);
+        j.Key("count").Integer(static_cast<long long>(a.count)).Key("type").String(a.type);
+        if (!a.low.empty()) j.Key("min").Numbers(a.low).Key("max").Numbers(a.high);
+        j.Close('}');
+      }
+      j.Close(']');
+      j.Key("bufferViews").Open('[');
+      for (const BufferView& v : _Views) {
+        j.Open('{').Key("buffer").Integer(0).Key("byteOffset").Integer(static_cast<long long>(v.offset));
+        j.Key("byteLength").Integer(static_cast<long long>(v.length));
+        if (v.target != 0) j.Key("target").Integer(v.target);
+        j.Close('}');
+      }
+      j.Close(']');
+      j.Key("buffers").Open('[').Open('{');
+      j.Key("byteLength").Integer(static_cast<long long>(_Data.size()));
+      if (!_Options.binary) {
+        j.Key("uri").String("data:application/octet-stream;base64," + Base64(_Data));
+      }
+      j.Close('}').Close(']');
+    }
+    if (!_Cameras.empty()) {
+      j.Key("cameras").Open('[');
+      for (const Camera& c : _Cameras) {
+        j.Open('{').Key("name").String(c.name);
+        j.Key("type").String(c.perspective ? "perspective" : "orthographic");
+        j.Key(c.perspective ? "perspective" : "orthographic").Open('{');
+        if (c.perspective) {
+          j.Key("yfov").Number(c.yfov);
+        } else {
+          j.Key("xmag").Number(c.half).Key("ymag").Number(c.half);
+        }
+        j.Key("znear").Number(c.znear).Key("zfar").Number(c.zfar).Close('}').Close('}');
+      }
+      j.Close(']');
+    }
+    j.Close('}');
+    return std::move(j.Text());
+  }
+
+  void WriteNode(Json& j, const Node& node) const {
+    const Occurrence* o = node.occurrence;
+    j.Open('{');
+    if (!node.name.empty()) {
+      j.Key("name").String(node.name);
+    } else if (o != nullptr) {
+      j.Key("name").String(o->name.empty() ? o->reference : o->name);
+    }
+    if (node.hasMatrix) {
+      j.Key("matrix").Numbers(node.matrix);
+    } else if (o != nullptr && o->matrix != kIdentity) {  // the identity is glTF's default
+      j.Key("matrix").Numbers(NodeMatrix(o->matrix));
+    }
+    if (node.mesh >= 0) j.Key("mesh").Integer(node.mesh);
+    if (node.camera >= 0) j.Key("camera").Integer(node.camera);
+    if (!node.children.empty()) {
+      j.Key("children").Open('[');
+      for (int child : node.children) j.Integer(child);
+      j.Close(']');
+    }
+    if (node.instancing[0] >= 0) {
+      j.Key("extensions").Open('{').Key("EXT_mesh_gpu_instancing").Open('{');
+      j.Key("attributes").Open('{').Key("TRANSLATION").Integer(node.instancing[0]);
+      j.Key("ROTATION").Integer(node.instancing[1]).Key("SCALE").Integer(node.instancing[2]);
+      j.Close('}').Close('}').Close('}');
+    }
+    if (o != nullptr) {
+      j.Key("extras").Open('{');
+      if (o->instanceId >= 0) j.Key("instanceId").Integer(o->instanceId);
+      j.Key("referenceId").Integer(o->referenceId).Key("reference").String(o->reference);
+      if (!o->externalFile.empty()) j.Key("file").String(o->externalFile);
+      j.Close('}');
+    }
+    j.Close('}');
+  }
+
+  static void WriteMesh(Json& j, const Mesh& mesh) {
+    j.Open('{').Key("name").String(mesh.name).Key("primitives").Open('[');
+    for (const Primitive& p : mesh.primitives) {
+      j.Open('{').Key("attributes").Open('{');
+      if (p.normal >= 0) j.Key("NORMAL").Integer(p.normal);
+      j.Key("POSITION").Integer(p.position).Close('}');
+      j.Key("indices").Integer(p.indices).Key("material").Integer(p.material);
+      j.Key("mode").Integer(p.mode).Close('}');
+    }
+    j.Close(']').Close('}');
+  }
+
   struct Placement {
     int node;
     Matrix world;
@@ -381,14 +576,19 @@ class Builder {
 
   const Assembly& _Assembly;
   const GltfOptions& _Options;
-  tinygltf::Model _Model;
   Matrix _Conversion;
+  std::vector<Node> _Nodes;
+  std::vector<Mesh> _Meshes;
+  std::vector<Rgba> _Materials;
+  std::vector<Accessor> _Accessors;
+  std::vector<BufferView> _Views;
+  std::vector<Camera> _Cameras;
   std::vector<unsigned char> _Data;
   std::map<int, std::vector<Primitive>> _Primitives;
-  std::map<std::pair<std::vector<int>, Rgba>, int> _Meshes;
-  std::map<Rgba, int> _Materials;
+  std::map<std::pair<std::vector<int>, Rgba>, int> _MeshIndex;
+  std::map<Rgba, int> _MaterialIndex;
   std::map<int, std::vector<Placement>> _Placements;
-  std::vector<int> _Instanced;
+  bool _Instanced = false;
   size_t _Vertices = 0;
 };
 
