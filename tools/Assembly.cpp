@@ -25,11 +25,10 @@ class Gatherer {
              const std::optional<Rgba>& inherited) {
     occurrence.reference = doc.Name(reference);
     occurrence.referenceId = doc.Id(reference);
-    occurrence.document = doc.Path();
     occurrence.parts = PartsOf(doc, reference);
     if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
     if (!occurrence.color) occurrence.color = inherited;
-    const std::string key = doc.Path() + "#" + std::to_string(occurrence.referenceId);
+    const ReferenceKey key{&doc, occurrence.referenceId};
     if (_Path.count(key) != 0) {
       occurrence.problem = "instantiates itself";
       if (_Cycles.insert(key).second) {
@@ -86,8 +85,8 @@ class Gatherer {
     if (_Options.progress && (++_Occurrences & 0x3FF) == 0) _Options.progress(_Occurrences);
   }
 
-  std::vector<int> PartsOf(Document& doc, Element* reference) {
-    const std::string key = doc.Path() + "#" + std::to_string(doc.Id(reference));
+  const std::vector<int>& PartsOf(Document& doc, Element* reference) {
+    const ReferenceKey key{&doc, doc.Id(reference)};
     if (auto it = _ReferenceParts.find(key); it != _ReferenceParts.end()) return it->second;
     std::vector<int>& parts = _ReferenceParts[key];
     for (Element* repInstance : doc.RepInstances(reference)) {
@@ -157,8 +156,10 @@ class Gatherer {
   DocumentSet& _Documents;
   const GatherOptions& _Options;
   Assembly& _Assembly;
-  std::set<std::string> _Path, _Cycles;
-  std::map<std::string, std::vector<int>> _ReferenceParts;
+  // A reference by its document and id: compared without building text for every occurrence.
+  using ReferenceKey = std::pair<const Document*, int>;
+  std::set<ReferenceKey> _Path, _Cycles;
+  std::map<ReferenceKey, std::vector<int>> _ReferenceParts;
   std::map<std::string, int> _PartIndex;
   size_t _Occurrences = 0;
 };

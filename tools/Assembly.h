@@ -54,7 +54,6 @@ struct Occurrence {
   int instanceId = -1;
   std::string reference;
   int referenceId = -1;
-  std::string document;      // that holds the reference
   std::string externalFile;  // as the instance names it, when the reference is elsewhere
   Matrix matrix = kIdentity;
   std::vector<int> parts;     // indices in Assembly::parts

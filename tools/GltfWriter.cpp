@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
+#include <unordered_map>
 
 namespace vorla {
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr double kDefaultGrey = 0.8;
 constexpr size_t kInstancingThreshold = 8;  // placements that make a mesh worth instancing
+constexpr size_t kBytesPerNode = 320;       // of JSON, a placed node with extras: reserved once
 // glTF's codes for component types, buffer targets and primitive modes.
 constexpr int kFloat = 5126, kUnsignedInt = 5125;
 constexpr int kArrayBuffer = 34962, kElementArrayBuffer = 34963;
@@ -44,6 +46,7 @@ Matrix4 NodeMatrix(const Matrix& m) {
 // tree first costs seconds and several times the output's size.
 class Json {
  public:
+  explicit Json(std::string& text) : _Text(text) {}
   Json& Open(char bracket) {
     Separate();
     _Text += bracket;
@@ -64,13 +67,16 @@ class Json {
   Json& Number(double value) {
     Separate();
     if (!std::isfinite(value)) return Raw("null");
+    // Placements are mostly zeros, ones and whole numbers, written much faster as integers.
+    if (value == std::trunc(value) && std::fabs(value) < 1e15 && !(value == 0 && std::signbit(value))) {
+      return Digits(static_cast<long long>(value));
+    }
     char text[32];
     return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
   }
   Json& Integer(long long value) {
     Separate();
-    char text[24];
-    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+    return Digits(value);
   }
   Json& Bool(bool value) {
     Separate();
@@ -91,18 +97,21 @@ class Json {
     for (double v : values) Number(v);
     return Close(']');
   }
-  std::string& Text() { return _Text; }
 
  private:
   void Separate() {
     if (!_First) _Text += ',';
     _First = false;
   }
+  Json& Digits(long long value) {
+    char text[24];
+    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+  }
   Json& Raw(std::string_view text) {
     _Text.append(text);
     return *this;
   }
-  std::string _Text;
+  std::string& _Text;
   bool _First = true;
 };
 
@@ -137,8 +146,11 @@ class Builder {
   }
 
   bool Build(std::string& bytes, GltfStats& stats, std::string& error) {
-    std::vector<int> scene{AddOccurrence(_Assembly.root, _Conversion)};
-    Node& root = _Nodes[static_cast<size_t>(scene[0])];
+    _Nodes.reserve(CountOccurrences(_Assembly.root) + _Assembly.views.size());
+    _Data.reserve(DataBytes());
+    AddOccurrences();
+    std::vector<int> scene{0};
+    Node& root = _Nodes[0];
     root.name = _Assembly.root.reference.empty() ? "root" : _Assembly.root.reference;
     root.matrix = NodeMatrix(_Conversion);
     root.hasMatrix = true;
@@ -148,27 +160,31 @@ class Builder {
       if (node >= 0) scene.push_back(node);
     }
     stats = {_Nodes.size(), _Meshes.size(), _Accessors.size(), _Vertices, _Cameras.size()};
-    std::string json = Write(scene);
-    if (!_Options.binary) {
-      bytes.swap(json);
-      return true;
-    }
+    // The JSON is written in place, after the room for a .glb's header: large outputs are
+    // not copied again.
+    const size_t header = _Options.binary ? 20 : 0;
+    bytes.clear();
+    bytes.reserve(header + kBytesPerNode * _Nodes.size() +
+                  256 * (_Meshes.size() + _Accessors.size()) +
+                  (_Options.binary ? _Data.size() + 16 : 0));
+    bytes.resize(header);
+    Write(scene, bytes);
+    if (!_Options.binary) return true;
     // A .glb: its header, the JSON chunk padded with blanks, the binary chunk with zeros.
-    const size_t jsonLength = (json.size() + 3) & ~size_t{3};
+    const size_t jsonLength = (bytes.size() - header + 3) & ~size_t{3};
     const size_t dataLength = (_Data.size() + 3) & ~size_t{3};
-    const size_t total = 12 + 8 + jsonLength + (_Data.empty() ? 0 : 8 + dataLength);
+    const size_t total = header + jsonLength + (_Data.empty() ? 0 : 8 + dataLength);
     if (total > std::numeric_limits<uint32_t>::max()) {
       error = "the model is larger than a .glb can hold (4 GB); write a .gltf";
       return false;
     }
-    json.resize(jsonLength, ' ');
-    bytes.clear();
-    bytes.reserve(total);
-    bytes.append("glTF");
-    AppendWord(bytes, 2);
-    AppendWord(bytes, static_cast<uint32_t>(total));
-    AppendWord(bytes, static_cast<uint32_t>(jsonLength));
-    bytes.append("JSON").append(json);
+    bytes.resize(header + jsonLength, ' ');
+    std::string start("glTF");
+    AppendWord(start, 2);
+    AppendWord(start, static_cast<uint32_t>(total));
+    AppendWord(start, static_cast<uint32_t>(jsonLength));
+    start.append("JSON");
+    bytes.replace(0, header, start);
     if (!_Data.empty()) {
       AppendWord(bytes, static_cast<uint32_t>(dataLength));
       bytes.append("BIN", 4);
@@ -185,7 +201,7 @@ class Builder {
     bool hasMatrix = false;                  // overrides the occurrence's placement
     Matrix4 matrix{};
     int mesh = -1, camera = -1;
-    std::vector<int> children;
+    size_t firstChild = 0, children = 0;  // children are consecutive nodes
     std::array<int, 3> instancing{-1, -1, -1};  // translation, rotation, scale accessors
   };
   struct Primitive {
@@ -211,29 +227,54 @@ class Builder {
     double yfov, half, znear, zfar;
   };
 
-  int AddOccurrence(const Occurrence& occurrence, const Matrix& world) {
-    const int index = static_cast<int>(_Nodes.size());
-    _Nodes.emplace_back();
-    _Nodes.back().occurrence = &occurrence;
-    const int mesh = MeshFor(occurrence.parts, occurrence.color);
-    if (mesh >= 0) {
-      if (_Options.gpuInstancing) _Placements[mesh].push_back({index, world});
-      _Nodes[static_cast<size_t>(index)].mesh = mesh;
+  // At most what the parts' geometry takes in the buffer, reserved once: growing it by
+  // doubling would touch twice its size in fresh pages.
+  size_t DataBytes() const {
+    size_t bytes = 0;
+    for (const Part& part : _Assembly.parts) {
+      for (const KalMesh& mesh : part.meshes) {
+        bytes += 4 * (mesh.positions.size() + mesh.normals.size() + mesh.triangles.size() +
+                      2 * mesh.polylineIndices.size()) + 16;
+      }
     }
-    std::vector<int> children;
-    children.reserve(occurrence.children.size());
-    for (const Occurrence& child : occurrence.children) {
-      children.push_back(AddOccurrence(child, Compose(world, child.matrix)));
+    return bytes;
+  }
+
+  static size_t CountOccurrences(const Occurrence& occurrence) {
+    size_t count = 1;
+    for (const Occurrence& child : occurrence.children) count += CountOccurrences(child);
+    return count;
+  }
+
+  // The occurrence tree breadth first, so that each node's children are consecutive nodes.
+  void AddOccurrences() {
+    std::vector<Matrix> worlds;  // kept for instancing only
+    const auto add = [&](const Occurrence& occurrence, const Matrix& world) {
+      Node node;
+      node.occurrence = &occurrence;
+      node.mesh = MeshFor(occurrence.parts, occurrence.color);
+      if (node.mesh >= 0 && _Options.gpuInstancing) {
+        _Placements[node.mesh].push_back({static_cast<int>(_Nodes.size()), world});
+      }
+      if (_Options.gpuInstancing) worlds.push_back(world);
+      _Nodes.push_back(std::move(node));
+    };
+    add(_Assembly.root, _Conversion);
+    for (size_t i = 0; i < _Nodes.size(); ++i) {
+      const Occurrence& occurrence = *_Nodes[i].occurrence;
+      _Nodes[i].firstChild = _Nodes.size();
+      _Nodes[i].children = occurrence.children.size();
+      for (const Occurrence& child : occurrence.children) {
+        add(child, _Options.gpuInstancing ? Compose(worlds[i], child.matrix) : kIdentity);
+      }
     }
-    _Nodes[static_cast<size_t>(index)].children = std::move(children);
-    return index;
   }
 
   // One glTF mesh per combination of parts and colour, over the parts' shared accessors.
   int MeshFor(const std::vector<int>& parts, const std::optional<Rgba>& color) {
     if (parts.empty()) return -1;
     const Rgba key = color.value_or(Rgba{kDefaultGrey, kDefaultGrey, kDefaultGrey, 1});
-    auto found = _MeshIndex.find({parts, key});
+    auto found = _MeshIndex.find(MeshKey{parts, key});
     if (found != _MeshIndex.end()) return found->second;
     Mesh mesh;
     for (int part : parts) {
@@ -247,7 +288,7 @@ class Builder {
       for (Primitive& p : mesh.primitives) p.material = material;
       _Meshes.push_back(std::move(mesh));
     }
-    _MeshIndex[{parts, key}] = index;
+    _MeshIndex[MeshKey{parts, key}] = index;
     return index;
   }
 
@@ -450,8 +491,8 @@ class Builder {
     return true;
   }
 
-  std::string Write(const std::vector<int>& scene) {
-    Json j;
+  void Write(const std::vector<int>& scene, std::string& out) {
+    Json j(out);
     j.Open('{').Key("asset").Open('{');
     j.Key("version").String("2.0").Key("generator").String("vorla (KalVorlaImportTools)").Close('}');
     if (_Instanced) j.Key("extensionsUsed").Open('[').String("EXT_mesh_gpu_instancing").Close(']');
@@ -518,7 +559,6 @@ class Builder {
       j.Close(']');
     }
     j.Close('}');
-    return std::move(j.Text());
   }
 
   void WriteNode(Json& j, const Node& node) const {
@@ -536,9 +576,11 @@ class Builder {
     }
     if (node.mesh >= 0) j.Key("mesh").Integer(node.mesh);
     if (node.camera >= 0) j.Key("camera").Integer(node.camera);
-    if (!node.children.empty()) {
+    if (node.children != 0) {
       j.Key("children").Open('[');
-      for (int child : node.children) j.Integer(child);
+      for (size_t child = 0; child < node.children; ++child) {
+        j.Integer(static_cast<long long>(node.firstChild + child));
+      }
       j.Close(']');
     }
     if (node.instancing[0] >= 0) {
@@ -573,6 +615,22 @@ class Builder {
     int node;
     Matrix world;
   };
+  // Meshes are looked up once per occurrence: hashed, not ordered.
+  struct MeshKey {
+    std::vector<int> parts;
+    Rgba color;
+    bool operator==(const MeshKey& o) const {
+      return parts == o.parts && !(color < o.color) && !(o.color < color);
+    }
+  };
+  struct MeshKeyHash {
+    size_t operator()(const MeshKey& k) const {
+      size_t h = std::hash<double>()(k.color.r) ^ std::hash<double>()(k.color.g) * 3 ^
+                 std::hash<double>()(k.color.b) * 5 ^ std::hash<double>()(k.color.a) * 7;
+      for (int part : k.parts) h = h * 1000003u ^ static_cast<size_t>(part);
+      return h;
+    }
+  };
 
   const Assembly& _Assembly;
   const GltfOptions& _Options;
@@ -585,7 +643,7 @@ class Builder {
   std::vector<Camera> _Cameras;
   std::vector<unsigned char> _Data;
   std::map<int, std::vector<Primitive>> _Primitives;
-  std::map<std::pair<std::vector<int>, Rgba>, int> _MeshIndex;
+  std::unordered_map<MeshKey, int, MeshKeyHash> _MeshIndex;
   std::map<Rgba, int> _MaterialIndex;
   std::map<int, std::vector<Placement>> _Placements;
   bool _Instanced = false;
