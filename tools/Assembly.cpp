@@ -11,6 +11,7 @@ namespace vorla {
 namespace {
 
 constexpr char kQsrMagic[] = "QSR1";
+constexpr int kMaxLevels = 1000;  // of instances below the root reference
 
 // Gathers with memory of what it has read: each reference's parts and each representation's
 // geometry are read once, however often they are placed.
@@ -30,12 +31,16 @@ class Gatherer {
     if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
     if (!occurrence.color) occurrence.color = inherited;
     const std::string key = doc.Path() + "#" + std::to_string(occurrence.referenceId);
+    // A cycle has no end to show; nesting without one would outgrow the stack of every walk
+    // over the occurrences.
     if (_Path.count(key) != 0) {
-      occurrence.problem = "instantiates itself";
-      if (_Cycles.insert(key).second) {
-        _Assembly.warnings.push_back("reference " + std::to_string(occurrence.referenceId) +
-                                     " of " + doc.Path() + " instantiates itself; not followed");
-      }
+      _Error = "reference \"" + occurrence.reference + "\" [" +
+               std::to_string(occurrence.referenceId) + "] of " + doc.Path() +
+               " instantiates itself";
+      return;
+    }
+    if (depth > kMaxLevels) {
+      _Error = "instances are nested more than " + std::to_string(kMaxLevels) + " levels deep";
       return;
     }
     const std::vector<Element*> instances = doc.Instances(reference);
@@ -56,6 +61,7 @@ class Gatherer {
       Count();
       if (target.reference != nullptr) {
         Visit(doc, target.reference, child, depth + 1, occurrence.color);
+        if (!_Error.empty()) return;
         continue;
       }
       child.externalFile = target.file;
@@ -73,6 +79,7 @@ class Gatherer {
         child.problem = "no reference " + std::to_string(target.id) + " in " + target.file;
       } else {
         Visit(*other, otherReference, child, depth + 1, occurrence.color);
+        if (!_Error.empty()) return;
         continue;
       }
       _Assembly.warnings.push_back("instance " + std::to_string(child.instanceId) + " (" +
@@ -80,6 +87,9 @@ class Gatherer {
     }
     _Path.erase(key);
   }
+
+  // Why the occurrences cannot be gathered; empty when they can.
+  const std::string& Error() const { return _Error; }
 
  private:
   void Count() {
@@ -157,10 +167,11 @@ class Gatherer {
   DocumentSet& _Documents;
   const GatherOptions& _Options;
   Assembly& _Assembly;
-  std::set<std::string> _Path, _Cycles;
+  std::set<std::string> _Path;
   std::map<std::string, std::vector<int>> _ReferenceParts;
   std::map<std::string, int> _PartIndex;
   size_t _Occurrences = 0;
+  std::string _Error;
 };
 
 void GatherViews(Document& doc, Assembly& assembly) {
@@ -309,8 +320,12 @@ bool Gather(const std::string& path, const GatherOptions& options, Assembly& ass
   GatherCounts(*root, assembly);
   Element* rootReference = root->RootReference();
   if (rootReference != nullptr) {
-    Gatherer(documents, options, assembly)
-        .Visit(*root, rootReference, assembly.root, 0, std::nullopt);
+    Gatherer gatherer(documents, options, assembly);
+    gatherer.Visit(*root, rootReference, assembly.root, 0, std::nullopt);
+    if (!gatherer.Error().empty()) {
+      assembly.error = gatherer.Error();
+      return false;
+    }
   } else {
     assembly.warnings.push_back("the document has no root reference");
   }
