@@ -1,5 +1,7 @@
 #include "Assembly.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <set>
@@ -12,6 +14,15 @@ namespace {
 
 constexpr char kQsrMagic[] = "QSR1";
 constexpr int kMaxLevels = 1000;  // of instances below the root reference
+
+bool Finite(const Matrix& m) {
+  return std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); });
+}
+
+bool Finite(const std::optional<Rgba>& c) {
+  return !c ||
+         (std::isfinite(c->r) && std::isfinite(c->g) && std::isfinite(c->b) && std::isfinite(c->a));
+}
 
 // Gathers with memory of what it has read: each reference's parts and each representation's
 // geometry are read once, however often they are placed.
@@ -28,15 +39,21 @@ class Gatherer {
     occurrence.referenceId = doc.Id(reference);
     occurrence.document = doc.Path();
     occurrence.parts = PartsOf(doc, reference);
-    if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
-    if (!occurrence.color) occurrence.color = inherited;
     const std::string key = doc.Path() + "#" + std::to_string(occurrence.referenceId);
+    const auto named = [&] {
+      return "\"" + occurrence.reference + "\" [" + std::to_string(occurrence.referenceId) +
+             "] of " + doc.Path();
+    };
+    if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
+    if (!Finite(occurrence.color)) {
+      _Error = "reference " + named() + " or its instance has a colour out of range";
+      return;
+    }
+    if (!occurrence.color) occurrence.color = inherited;
     // A cycle has no end to show; nesting without one would outgrow the stack of every walk
     // over the occurrences.
     if (_Path.count(key) != 0) {
-      _Error = "reference \"" + occurrence.reference + "\" [" +
-               std::to_string(occurrence.referenceId) + "] of " + doc.Path() +
-               " instantiates itself";
+      _Error = "reference " + named() + " instantiates itself";
       return;
     }
     if (depth > kMaxLevels) {
@@ -57,6 +74,12 @@ class Gatherer {
       child.instanceId = doc.Id(instance);
       child.matrix = doc.MatrixOf(instance).value_or(kIdentity);
       child.color = doc.ColorOf(instance);
+      // Infinities and NaN would reach the glTF output as nulls, and NaN cannot be ordered.
+      if (!Finite(child.matrix)) {
+        _Error = "instance " + std::to_string(child.instanceId) + " (" + child.name + ") of " +
+                 doc.Path() + " has a placement out of range";
+        return;
+      }
       const ReferenceTarget target = doc.ReferenceOf(instance);
       Count();
       if (target.reference != nullptr) {

@@ -83,7 +83,9 @@ struct Assembly {
   std::vector<RepRow> reps;
   std::vector<View> views;
   std::vector<std::string> warnings;
-  std::string error;  // why the product structure cannot be walked: a cycle, nesting too deep
+  // Why the product structure cannot be walked: a cycle, nesting too deep, a placement or a
+  // colour holding an infinity or NaN.
+  std::string error;
 };
 
 struct GatherOptions {
@@ -93,8 +95,7 @@ struct GatherOptions {
 };
 
 // Gathers the assembly of the document at `path` through the library; false, with `code`, when it
-// cannot be read, or with `assembly.error` when its product structure has a cycle or is nested
-// past a fixed limit.
+// cannot be read, or with `assembly.error` when its product structure cannot be walked.
 bool Gather(const std::string& path, const GatherOptions& options, Assembly& assembly,
             HRESULT& code);
 
