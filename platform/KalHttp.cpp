@@ -3,7 +3,10 @@
 #include <curl/curl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -15,6 +18,12 @@ constexpr long kConnectTimeoutSeconds = 10;
 // A transfer slower than this for this long is taken as a stalled server.
 constexpr long kLowSpeedBytesPerSecond = 1;
 constexpr long kLowSpeedSeconds = 20;
+// The whole download, however the server paces it: one dripping a byte a second never looks
+// stalled.
+constexpr long kTotalSeconds = 300;
+// Whole seconds, read at each download: the bound on the whole download, and on the connection
+// and a stall when they would be longer. Lets a caller wait less (or more) than the defaults.
+constexpr char kTimeoutVariable[] = "KAL_HTTP_TIMEOUT";
 constexpr long kMaxRedirects = 5;
 constexpr char kAllowedProtocols[] = "http,https";
 
@@ -28,6 +37,25 @@ size_t WriteToFile(char* data, size_t size, size_t count, void* file) {
   return std::fwrite(data, 1, size * count, static_cast<FILE*>(file));
 }
 
+struct Bounds {
+  long connect = kConnectTimeoutSeconds, stall = kLowSpeedSeconds, total = kTotalSeconds;
+};
+
+Bounds DownloadBounds() {
+  Bounds bounds;
+  const char* text = std::getenv(kTimeoutVariable);
+  if (text == nullptr) return bounds;
+  char* end = nullptr;
+  errno = 0;
+  const long seconds = std::strtol(text, &end, 10);
+  // Anything but a positive whole number keeps the defaults.
+  if (end == text || *end != '\0' || errno != 0 || seconds <= 0) return bounds;
+  bounds.total = seconds;
+  bounds.connect = std::min(bounds.connect, seconds);
+  bounds.stall = std::min(bounds.stall, seconds);
+  return bounds;
+}
+
 struct CurlDeleter {
   void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
 };
@@ -37,6 +65,7 @@ bool Fetch(const char* url, FILE* out) {
   std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
   if (!curl) return false;
   CURL* c = curl.get();
+  const Bounds bounds = DownloadBounds();
   const bool configured =
       curl_easy_setopt(c, CURLOPT_URL, url) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
@@ -45,9 +74,10 @@ bool Fetch(const char* url, FILE* out) {
       curl_easy_setopt(c, CURLOPT_MAXREDIRS, kMaxRedirects) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_FAILONERROR, 1L) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, bounds.connect) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_TIMEOUT, bounds.total) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytesPerSecond) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds) == CURLE_OK &&
+      curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, bounds.stall) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, WriteToFile) == CURLE_OK &&
       curl_easy_setopt(c, CURLOPT_WRITEDATA, out) == CURLE_OK;
   // A body shorter than its Content-Length ends in CURLE_PARTIAL_FILE, so only a complete

@@ -1,11 +1,13 @@
 #include "TestDocuments.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 #include <zip.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -140,12 +142,23 @@ void HttpServer::Serve() {
         auto found = _Routes.find(head.substr(start, head.find(' ', start) - start));
         if (found != _Routes.end()) route = found->second;
       }
-      const std::string out = "HTTP/1.1 " + std::to_string(route.status) +
-                              " Status\r\nContent-Length: " + std::to_string(route.body.size()) +
-                              "\r\nConnection: close\r\n\r\n" +
-                              route.body.substr(0, static_cast<size_t>(route.cutAfter));
-      for (ssize_t sent = 0, s = 1; s > 0 && sent < static_cast<ssize_t>(out.size()); sent += s)
+      const std::string head = "HTTP/1.1 " + std::to_string(route.status) +
+                               " Status\r\nContent-Length: " + std::to_string(route.body.size()) +
+                               (route.location.empty() ? "" : "\r\nLocation: " + route.location) +
+                               "\r\nConnection: close\r\n\r\n",
+                        body = route.body.substr(0, static_cast<size_t>(route.cutAfter));
+      const std::string out = route.silent ? "" : route.dripMs > 0 ? head : head + body;
+      ssize_t s = 1;
+      for (ssize_t sent = 0; s > 0 && sent < static_cast<ssize_t>(out.size()); sent += s)
         s = send(fd, out.data() + sent, out.size() - sent, MSG_NOSIGNAL);
+      for (size_t i = 0; route.dripMs > 0 && s > 0 && !_Stop && i < body.size(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(route.dripMs));
+        s = send(fd, &body[i], 1, MSG_NOSIGNAL);
+      }
+      // Silent until the client gives up and closes (or the server stops).
+      pollfd wait{fd, POLLIN, 0};
+      while (route.silent && !_Stop && (poll(&wait, 1, 20) == 0 || recv(fd, chunk, 1, 0) > 0)) {
+      }
     }
     // Closing after the whole request was read sends a FIN, not a reset, so the client
     // sees every byte sent before the end.

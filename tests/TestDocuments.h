@@ -48,14 +48,17 @@ std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
 
 // An HTTP/1.1 server on 127.0.0.1, port chosen by the system, one connection at a time, in
-// a thread of its own that stops with the object. Routes map a path ("/doc.vorla") to how
-// it is answered.
+// a thread of its own that stops with the object (a slow answer ends when the client leaves).
+// Routes map a path ("/doc.vorla") to how it is answered.
 class HttpServer {
  public:
   struct Route {
     int status = 200;
     std::string body;
     long cutAfter = -1;  // when set, the connection closes after this many bytes of the body
+    std::string location = "";  // sent as a Location header when set
+    int dripMs = 0;             // when set, the body goes out a byte at a time, this far apart
+    bool silent = false;        // the request is read and never answered
   };
   HttpServer();
   ~HttpServer();

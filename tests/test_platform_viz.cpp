@@ -134,13 +134,15 @@ TEST(VizTessellation, RefusesEveryFlawWithoutARep) {
   EXPECT_EQ(ReadXml("<Rep><associatedxml/></Rep>"), E_FAIL);
   EXPECT_EQ(ReadXml(Mesh("<Strip>0 1 2 3</Strip>" + p3)), E_FAIL);  // indices before positions
   for (const std::string values :
-       {"0 0", "0 0 1x", "0 0 inf", "0 0 nan", "0 0 1e39", "0,0,0", "0 0 0x1"})
+       {"0 0", "0 0 1x", "0 0 inf", "0 0 nan", "0 0 1e39", "0 0 1e999", "0 0 -1e999", "0,0,0",
+        "0 0 0x1"})
     EXPECT_EQ(ReadXml(Mesh("<Positions>" + values + "</Positions>")), E_FAIL) << values;
   for (const char* tail :
        {"<Positions>0 0 0</Positions>", "<Normals>0 0 1</Normals>", "<Normals/><Normals/>",
         "<Triangles>0 1</Triangles><Triangles>2</Triangles>", "<Triangles>0 1 3</Triangles>",
         "<Fan>0 1 2 3</Fan>", "<Polyline>3</Polyline>", "<Triangles>0 1 -2</Triangles>",
-        "<Triangles>0 1 2.0</Triangles>", "<Polyline>0 4294967296</Polyline>"})
+        "<Triangles>0 1 2.0</Triangles>", "<Polyline>0 4294967296</Polyline>",
+        "<Triangles>0 1 4294967298</Triangles>", "<Strip>0 1 99999999999999999999</Strip>"})
     EXPECT_EQ(ReadXml(Mesh(p3 + tail)), E_FAIL) << tail;
   // A child walk that hands out a null child, in the representation or in a mesh.
   kaltest::FakeElement mesh("Mesh", {nullptr}), associated("AssociatedXML", {&mesh}),

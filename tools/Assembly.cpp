@@ -1,5 +1,7 @@
 #include "Assembly.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <set>
@@ -11,6 +13,16 @@ namespace vorla {
 namespace {
 
 constexpr char kQsrMagic[] = "QSR1";
+constexpr int kMaxLevels = 1000;  // of instances below the root reference
+
+bool Finite(const Matrix& m) {
+  return std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); });
+}
+
+bool Finite(const std::optional<Rgba>& c) {
+  return !c ||
+         (std::isfinite(c->r) && std::isfinite(c->g) && std::isfinite(c->b) && std::isfinite(c->a));
+}
 
 // Gathers with memory of what it has read: each reference's parts and each representation's
 // geometry are read once, however often they are placed.
@@ -26,15 +38,25 @@ class Gatherer {
     occurrence.reference = doc.Name(reference);
     occurrence.referenceId = doc.Id(reference);
     occurrence.parts = PartsOf(doc, reference);
-    if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
-    if (!occurrence.color) occurrence.color = inherited;
     const ReferenceKey key{&doc, occurrence.referenceId};
+    const auto named = [&] {
+      return "\"" + occurrence.reference + "\" [" + std::to_string(occurrence.referenceId) +
+             "] of " + doc.Path();
+    };
+    if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
+    if (!Finite(occurrence.color)) {
+      _Error = "reference " + named() + " or its instance has a colour out of range";
+      return;
+    }
+    if (!occurrence.color) occurrence.color = inherited;
+    // A cycle has no end to show; nesting without one would outgrow the stack of every walk
+    // over the occurrences.
     if (_Path.count(key) != 0) {
-      occurrence.problem = "instantiates itself";
-      if (_Cycles.insert(key).second) {
-        _Assembly.warnings.push_back("reference " + std::to_string(occurrence.referenceId) +
-                                     " of " + doc.Path() + " instantiates itself; not followed");
-      }
+      _Error = "reference " + named() + " instantiates itself";
+      return;
+    }
+    if (depth > kMaxLevels) {
+      _Error = "instances are nested more than " + std::to_string(kMaxLevels) + " levels deep";
       return;
     }
     const std::vector<Element*> instances = doc.Instances(reference);
@@ -51,10 +73,17 @@ class Gatherer {
       child.instanceId = doc.Id(instance);
       child.matrix = doc.MatrixOf(instance).value_or(kIdentity);
       child.color = doc.ColorOf(instance);
+      // Infinities and NaN would reach the glTF output as nulls, and NaN cannot be ordered.
+      if (!Finite(child.matrix)) {
+        _Error = "instance " + std::to_string(child.instanceId) + " (" + child.name + ") of " +
+                 doc.Path() + " has a placement out of range";
+        return;
+      }
       const ReferenceTarget target = doc.ReferenceOf(instance);
       Count();
       if (target.reference != nullptr) {
         Visit(doc, target.reference, child, depth + 1, occurrence.color);
+        if (!_Error.empty()) return;
         continue;
       }
       child.externalFile = target.file;
@@ -72,6 +101,7 @@ class Gatherer {
         child.problem = "no reference " + std::to_string(target.id) + " in " + target.file;
       } else {
         Visit(*other, otherReference, child, depth + 1, occurrence.color);
+        if (!_Error.empty()) return;
         continue;
       }
       _Assembly.warnings.push_back("instance " + std::to_string(child.instanceId) + " (" +
@@ -79,6 +109,9 @@ class Gatherer {
     }
     _Path.erase(key);
   }
+
+  // Why the occurrences cannot be gathered; empty when they can.
+  const std::string& Error() const { return _Error; }
 
  private:
   void Count() {
@@ -158,10 +191,11 @@ class Gatherer {
   Assembly& _Assembly;
   // A reference by its document and id: compared without building text for every occurrence.
   using ReferenceKey = std::pair<const Document*, int>;
-  std::set<ReferenceKey> _Path, _Cycles;
+  std::set<ReferenceKey> _Path;
   std::map<ReferenceKey, std::vector<int>> _ReferenceParts;
   std::map<std::string, int> _PartIndex;
   size_t _Occurrences = 0;
+  std::string _Error;
 };
 
 void GatherViews(Document& doc, Assembly& assembly) {
@@ -310,8 +344,12 @@ bool Gather(const std::string& path, const GatherOptions& options, Assembly& ass
   GatherCounts(*root, assembly);
   Element* rootReference = root->RootReference();
   if (rootReference != nullptr) {
-    Gatherer(documents, options, assembly)
-        .Visit(*root, rootReference, assembly.root, 0, std::nullopt);
+    Gatherer gatherer(documents, options, assembly);
+    gatherer.Visit(*root, rootReference, assembly.root, 0, std::nullopt);
+    if (!gatherer.Error().empty()) {
+      assembly.error = gatherer.Error();
+      return false;
+    }
   } else {
     assembly.warnings.push_back("the document has no root reference");
   }

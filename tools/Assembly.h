@@ -58,7 +58,7 @@ struct Occurrence {
   Matrix matrix = kIdentity;
   std::vector<int> parts;     // indices in Assembly::parts
   std::optional<Rgba> color;  // the instance's, else its reference's, else inherited
-  std::string problem;        // why it has no children: a cycle, a file that cannot be read
+  std::string problem;        // why it has no children: a file that cannot be read
   bool truncated = false;     // children left out by a depth limit
   std::vector<Occurrence> children;
 };
@@ -82,6 +82,9 @@ struct Assembly {
   std::vector<RepRow> reps;
   std::vector<View> views;
   std::vector<std::string> warnings;
+  // Why the product structure cannot be walked: a cycle, nesting too deep, a placement or a
+  // colour holding an infinity or NaN.
+  std::string error;
 };
 
 struct GatherOptions {
@@ -91,7 +94,7 @@ struct GatherOptions {
 };
 
 // Gathers the assembly of the document at `path` through the library; false, with `code`, when it
-// cannot be read.
+// cannot be read, or with `assembly.error` when its product structure cannot be walked.
 bool Gather(const std::string& path, const GatherOptions& options, Assembly& assembly,
             HRESULT& code);
 

@@ -58,7 +58,7 @@ void AddExportCommand(CLI::App& app, int& exitCode) {
       Progress progress("reading occurrences", options->quiet);
       gather.progress = [&progress](size_t done) { progress.Update(done); };
       if (!Gather(options->file, gather, assembly, code)) {
-        exitCode = ReportDocumentError(options->file, code);
+        exitCode = ReportGatherError(options->file, assembly, code);
         return;
       }
     }

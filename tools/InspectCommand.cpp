@@ -21,7 +21,7 @@ InspectCommand AddInspectCommand(CLI::App& app, const char* name, const char* de
     Assembly assembly;
     HRESULT code = S_OK;
     if (!Gather(options->file, *gather, assembly, code)) {
-      exitCode = ReportDocumentError(options->file, code);
+      exitCode = ReportGatherError(options->file, assembly, code);
       return;
     }
     print(assembly, options->json);

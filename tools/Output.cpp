@@ -32,6 +32,12 @@ int ReportDocumentError(const std::string& file, HRESULT code) {
   return kExitDocument;
 }
 
+int ReportGatherError(const std::string& file, const Assembly& assembly, HRESULT code) {
+  if (assembly.error.empty()) return ReportDocumentError(file, code);
+  std::cerr << "vorla: cannot walk " << file << ": " << assembly.error << "\n";
+  return kExitDocument;
+}
+
 void PrintWarnings(const Assembly& assembly) {
   for (const std::string& warning : assembly.warnings) {
     std::cerr << "vorla: warning: " << warning << "\n";

@@ -13,6 +13,8 @@ enum ExitCode { kExitOk = 0, kExitDocument = 1, kExitUsage = 2, kExitOutput = 3 
 
 // Says on stderr why `file` cannot be read; returns kExitDocument.
 int ReportDocumentError(const std::string& file, HRESULT code);
+// The same for a failed Gather: the load code, or the assembly's error.
+int ReportGatherError(const std::string& file, const Assembly& assembly, HRESULT code);
 // A sentence for a load code.
 std::string DescribeLoadCode(HRESULT code);
 // Prints the assembly's warnings on stderr, one "vorla: warning: " line each.
