@@ -511,7 +511,10 @@ class Builder {
       j.Key("materials").Open('[');
       for (const Rgba& c : _Materials) {
         j.Open('{').Key("pbrMetallicRoughness").Open('{');
-        j.Key("baseColorFactor").Numbers(std::array<double, 4>{c.r, c.g, c.b, c.a});
+        // glTF takes factors in [0, 1]; documents may hold anything.
+        const auto unit = [](double v) { return std::min(1.0, std::max(0.0, v)); };
+        j.Key("baseColorFactor")
+            .Numbers(std::array<double, 4>{unit(c.r), unit(c.g), unit(c.b), unit(c.a)});
         j.Key("metallicFactor").Number(0).Key("roughnessFactor").Number(0.6).Close('}');
         if (c.a < 1.0) j.Key("alphaMode").String("BLEND");
         // Documents do not promise closed, outward-wound surfaces.
