@@ -168,6 +168,13 @@ int KalFCopy(const KalUnicodeString* from, const KalUnicodeString* to, int overw
   return CopyLocal(from->ConvertToChar(), to->ConvertToChar(), overwrite);
 }
 
+int KalGetFileSize(const char* path, uint64_t& size) {
+  struct stat info {};
+  if (path == nullptr || stat(path, &info) != 0 || !S_ISREG(info.st_mode)) return E_FAIL;
+  size = static_cast<uint64_t>(info.st_size);
+  return S_OK;
+}
+
 int KalDeleteFile(const char* path) {
   if (path == nullptr || *path == '\0') return E_INVALIDARG;
   return unlink(path) == 0 ? S_OK : E_FAIL;

@@ -2,6 +2,8 @@
 #ifndef KAL_FILES_H
 #define KAL_FILES_H
 
+#include <cstdint>
+
 #include "KalHResult.h"
 #include "KalUnicodeString.h"
 
@@ -18,6 +20,9 @@ HRESULT KalGetRealPath(const KalUnicodeString& path, KalUnicodeString** result, 
 // existing `to` is kept and the copy fails. 0 on success, negative on failure; a failed copy
 // leaves no partial `to` behind.
 int KalFCopy(const KalUnicodeString* from, const KalUnicodeString* to, int overwrite);
+// The size in bytes of the regular file at `path`: S_OK, or E_FAIL (size untouched) for a
+// name that is no regular file (missing, a directory, a FIFO, null).
+int KalGetFileSize(const char* path, uint64_t& size);
 // 0 when the file was removed, negative otherwise (also for null or empty names).
 int KalDeleteFile(const char* path);
 // directory: everything before the last "/" (empty when there is none; "/" for a file in

@@ -14,7 +14,9 @@ KalLightXmlInputFile::~KalLightXmlInputFile() {
 
 bool KalLightXmlInputFile::GetBytes(const unsigned char*& data, size_t& size) {
   if (!_Opened) {
-    int fd = open(_Path.ConvertToChar(), O_RDONLY | O_CLOEXEC);
+    // Without O_NONBLOCK, opening a FIFO waits for a writer that may never come; anything
+    // but a regular file is refused below anyway.
+    int fd = open(_Path.ConvertToChar(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return false;
     struct stat st;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {

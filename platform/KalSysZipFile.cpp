@@ -253,6 +253,9 @@ int KalSysZipFile::OpenFileInZip(const KalUnicodeString* name, int /*mode*/, int
   if (!(st.valid & ZIP_STAT_ENCRYPTION_METHOD)) st.encryption_method = ZIP_EM_NONE;
   // Nothing here supplies a password.
   if (st.encryption_method != ZIP_EM_NONE) return E_FAIL;
+  // Before the plausibility check: a declared size the machine could not hold while loading
+  // is refused as such, whatever else is wrong with the header.
+  if (st.size > KalDocumentSizeLimit()) return E_OUTOFMEMORY;
   if (!IsPlausible(st, _pImpl->archiveSize)) return kEntryInvalid;
 
   ZipFilePtr file(zip_fopen_index(_pImpl->archive, static_cast<zip_uint64_t>(index), 0));

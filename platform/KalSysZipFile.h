@@ -27,9 +27,11 @@ class KalSysZipFile {
   // fit 32 bits are given as 0xFFFFFFFF. Returns 0, or negative when no archive is open.
   int BrowseZip(KalUnicodeString** names, unsigned int* count, unsigned int** sizes,
                 unsigned int** compressedSizes, unsigned int** crcs);
-  // Opens the entry with exactly this name for reading. 0 on success, negative when there is
-  // no such entry, it cannot be read, or its declared size is impossible for its compressed
-  // size (so a damaged header cannot make a reader allocate or wait for absurd amounts).
+  // Opens the entry with exactly this name for reading. 0 on success, E_OUTOFMEMORY when its
+  // declared uncompressed size is past KalDocumentSizeLimit(), otherwise negative when there
+  // is no such entry, it cannot be read, or its declared size is impossible for its
+  // compressed size (so a damaged header cannot make a reader allocate or wait for absurd
+  // amounts).
   int OpenFileInZip(const KalUnicodeString* name, int mode, int flags);
   // Reads up to `size` bytes of the open entry into buffer; *read gets the count. A short
   // count means the entry ended, or was damaged (bad CRC, truncated data). 0 on success,

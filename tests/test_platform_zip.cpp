@@ -155,8 +155,8 @@ TEST(PlatformZip, BrokenFilesAreNoArchivesAndDamagedEntriesFailSparingTheOthers)
   // A declared size that no payload of this archive can hold is refused before a read could
   // size a buffer from it.
   std::string bytes = good;
-  Damage(bytes, "text.bin", kSize, 300000 ^ 0x7FFFFFFFu);
-  Damage(bytes, "blob.bin", kSize, 50000 ^ 0x7FFFFFFFu);
+  Damage(bytes, "text.bin", kSize, 300000 ^ 0x0FFFFFFFu);
+  Damage(bytes, "blob.bin", kSize, 50000 ^ 0x0FFFFFFFu);
   kaltest::WriteFile(dir.File("bad.zip"), bytes);
   KalSysZipFile zip;
   ASSERT_EQ(Open(zip, dir.File("bad.zip").c_str()), S_OK);

@@ -25,7 +25,13 @@ long kalvorla::FindEntry(const KalUnicodeString* names, unsigned int count,
 
 HRESULT kalvorla::ReadEntry(KalSysZipFile& zip, const KalUnicodeString& name, unsigned int size,
                             char*& buffer, unsigned int& read) {
-  zip.OpenFileInZip(&name, kEntryReadMode, 0);
+  // An entry too large for this machine fails as its buffer would.
+  if (zip.OpenFileInZip(&name, kEntryReadMode, 0) == E_OUTOFMEMORY) {
+    zip.CloseFileInZip();
+    buffer = nullptr;
+    read = 0;
+    return E_OUTOFMEMORY;
+  }
   buffer = new (std::nothrow) char[size];
   if (buffer == nullptr) {
     zip.CloseFileInZip();

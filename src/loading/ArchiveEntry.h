@@ -13,8 +13,9 @@ namespace kalvorla {
 long FindEntry(const KalUnicodeString* names, unsigned int count, const KalUnicodeString& name);
 
 // Reads the named entry, `size` bytes, into a new char[size] (no terminating zero) that the
-// caller frees with delete[]. E_OUTOFMEMORY when the buffer cannot be had, E_FAIL (buffer
-// already freed) when fewer bytes than `size` could be read.
+// caller frees with delete[]. E_OUTOFMEMORY when the buffer cannot be had or the entry's
+// declared size is past KalDocumentSizeLimit(), E_FAIL (buffer already freed) when fewer bytes
+// than `size` could be read.
 HRESULT ReadEntry(KalSysZipFile& zip, const KalUnicodeString& name, unsigned int size,
                   char*& buffer, unsigned int& read);
 

@@ -7,6 +7,7 @@
 #include "KalFormatConstants.h"
 #include "KalHashTable.h"
 #include "KalLightXml.h"
+#include "KalMemory.h"
 #include "KalSysZipFile.h"
 #include "KalVorlaParser.h"
 #include "LookupIndexes.h"
@@ -76,6 +77,12 @@ HRESULT KalVorlaParser::InitParsing(const KalUnicodeString& path) {
   };
   if (_pZipFile == nullptr) {
     KalSplitPath(&documentPath, &_DocumentDirectory, nullptr);
+    // A file the machine could not hold once parsed is refused before anything is read.
+    uint64_t fileSize = 0;
+    if (KalGetFileSize(documentPath.ConvertToChar(), fileSize) == S_OK &&
+        fileSize > KalDocumentSizeLimit()) {
+      return E_OUTOFMEMORY;
+    }
     KalLightXmlInputFile input(documentPath);
     if (!newRoot()) return E_FAIL;
     if (parser.Parse(input, *_pRootNode) == 0) return E_FAIL;
