@@ -101,6 +101,7 @@ class Builder {
       if (!occurrence.externalFile.empty()) {
         extras["file"] = tinygltf::Value(occurrence.externalFile);
       }
+      if (_Options.occurrenceIndices) extras["occurrence"] = tinygltf::Value(_Occurrences++);
       node.extras = tinygltf::Value(extras);
     }
     const int mesh = MeshFor(occurrence.parts, occurrence.color);
@@ -390,6 +391,7 @@ class Builder {
   std::map<int, std::vector<Placement>> _Placements;
   std::vector<int> _Instanced;
   size_t _Vertices = 0;
+  int _Occurrences = 0;
 };
 
 }  // namespace
