@@ -164,7 +164,8 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
       {"view --no-open", 2, "FILE is required"},
       {"view --no-open --port 65536 " + kSample, 2, "--port: Value 65536 not in range 0 to 65535"},
       {"view --no-open --port -1 " + kSample, 2, "--port: Value -1 not in range 0 to 65535"},
-      {"view --no-open " + dir.File("none.vorla"), 1, "vorla: cannot read " + dir.File("none.vorla")},
+      {"view --no-open " + dir.File("none.vorla"), 1,
+       "vorla: cannot read " + dir.File("none.vorla")},
       {"view --no-open --port " + taken + " " + kSample, 3,
        "vorla: cannot serve on 127.0.0.1:" + taken + "\n"},
       {"tree " + dir.File("loop.xml"), 0,
@@ -182,7 +183,8 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
   EXPECT_EQ(extracted.exit, 0);
   EXPECT_EQ(extracted.out, std::string("\0\1\2\xFF", 4));
   EXPECT_EQ(kaltest::ReadFile(dir.File("taken.glb")), "old");
-  EXPECT_TRUE(Has(Vorla("--help", dir).out, "\n  view                        Show the assembly in the browser"));
+  EXPECT_TRUE(Has(Vorla("--help", dir).out,
+                  "\n  view                        Show the assembly in the browser"));
 }
 
 }  // namespace

@@ -68,18 +68,26 @@ std::string AssemblyJson(const Assembly& assembly, const GltfOptions& gltf) {
 
 // Starts the desktop's browser on `url` when there is one (a missing one is no error), without
 // waiting: some openers run the browser in the foreground. Its process id, or 0.
-pid_t OpenBrowser(const std::string& url) {
+pid_t OpenBrowser(const std::string& url, const sigset_t& signalMask) {
   std::string opener = "xdg-open";
   char* argv[] = {&opener[0], const_cast<char*>(url.c_str()), nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  // The usual signal mask, and a process group of its own: Ctrl-C stops the server, not the
+  // browser.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigmask(&attributes, &signalMask);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
   pid_t pid = 0;
-  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv, environ) != 0) {
+  if (posix_spawnp(&pid, argv[0], &actions, &attributes, argv, environ) != 0) {
     std::cerr << "vorla: no browser opened (no xdg-open); open " << url << "\n";
     pid = 0;
   }
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return pid;
 }
@@ -143,27 +151,26 @@ void AddViewCommand(CLI::App& app, int& exitCode) {
     });
     server.set_default_headers({{"Cache-Control", "no-store"}});
 
-    const int port = options->port == 0 ? server.bind_to_any_port("127.0.0.1")
-                                        : (server.bind_to_port("127.0.0.1", options->port)
-                                               ? options->port
-                                               : -1);
+    // From here every thread, the server's included, leaves SIGINT and SIGTERM to the sigwait
+    // below, which stops the server outside any signal handler.
+    sigset_t stopSignals, previous;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+    const int port = options->port == 0
+                         ? server.bind_to_any_port("127.0.0.1")
+                         : (server.bind_to_port("127.0.0.1", options->port) ? options->port : -1);
     if (port < 0) {
       std::cerr << "vorla: cannot serve on 127.0.0.1:" << options->port << "\n";
       exitCode = kExitOutput;
       return;
     }
-    // Bound means listening: a browser started now connects once the server thread runs.
+    // Bound means listening: a browser started now is answered once the server thread runs.
     const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
     std::cout << url << std::endl;
     std::cerr << "vorla: serving " << options->file << " at " << url << " (Ctrl-C stops)\n";
-    const pid_t browser = options->noOpen ? 0 : OpenBrowser(url);
-    // Every thread, the server's included, leaves SIGINT and SIGTERM to the sigwait below,
-    // which stops the server outside any signal handler.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    const pid_t browser = options->noOpen ? 0 : OpenBrowser(url, previous);
     std::atomic<bool> stopping{false}, failed{false};
     std::thread serving([&server, &stopping, &failed]() {
       failed = !server.listen_after_bind() && !stopping;

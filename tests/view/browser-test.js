@@ -42,7 +42,9 @@ async function main() {
   fs.mkdirSync(out, { recursive: true });
   const server = spawn(vorla, ['view', '--no-open', '--port', '0', documentPath], { stdio: ['ignore', 'pipe', 'inherit'] });
   const exited = new Promise((resolve) => server.on('exit', (code, signal) => resolve(signal || code)));
-  const url = await new Promise((resolve) => server.stdout.once('data', (d) => resolve(d.toString().trim())));
+  process.on('exit', () => server.kill('SIGKILL'));  // a failed run leaves no server behind
+  const url = await Promise.race([exited.then(() => ''),
+    new Promise((resolve) => server.stdout.once('data', (d) => resolve(d.toString().trim())))]);
   check(/^http:\/\/127\.0\.0\.1:\d+\/$/.test(url), `the URL printed: ${url}`);
   for (const p of ['etc/passwd', '..%2f..%2fCMakeLists.txt', 'three/', 'model.glbx', 'viewXjs']) {
     check((await fetch(url + p)).status === 404, `404 for /${p}`);
@@ -85,6 +87,9 @@ async function main() {
   await page.screenshot({ path: path.join(out, 'page.png') });
   check(picked !== 'Arm assembly.1' && names.indexOf(picked) > names.indexOf('Arm assembly.1'), `a part of the arm picked: ${picked}`);
 
+  await page.type('#search', 'SCREW');
+  check(await page.$$eval('#tree li:not([hidden])', (l) => l.map((li) => li.firstChild.textContent).join()) ===
+        'Screw.1,Screw.2,Screw.3,Screw.4', 'the search keeps the screws');
   const before = await shoot('picked.png');
   await page.click('#views button[data-view]:not([disabled])');
   const viewed = await page.evaluate(measure, await shoot('view.png'), before);
