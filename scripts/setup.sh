@@ -8,12 +8,20 @@ set -euo pipefail
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
           libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev
           nlohmann-json3-dev pkg-config)
+# vorla view: its HTTP server, and the browser its test drives.
+packages+=(libcpp-httplib-dev chromium)
 # Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm)
 cd "$(dirname "$0")/.."
 
 install_npm_packages() {
+  # A node_modules from before three.js and puppeteer-core were added is brought up to date.
+  if [ ! -f node_modules/three/package.json ] || [ ! -f node_modules/puppeteer-core/package.json ]; then
+    echo "setup: installing the npm packages of package-lock.json"
+    npm ci --no-audit --no-fund --loglevel=error >/dev/null
+    return 0
+  fi
   [ -f node_modules/gltf-validator/package.json ] && return 0
   echo "setup: installing the npm packages of package-lock.json"
   npm ci --no-audit --no-fund --loglevel=error >/dev/null

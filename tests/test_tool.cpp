@@ -137,7 +137,7 @@ TEST(Tool, ExportStoresAPartOnceAndReportsWhatItCannotConvert) {
 }
 
 // Usage 2, unreadable documents 1 (also one whose reference instantiates itself), outputs that
-// cannot or must not be written 3; extract writes the bytes.
+// cannot or must not be written and a port taken 3; extract writes the bytes.
 TEST(Tool, ExitCodesCyclesAndExtraction) {
   kaltest::TempDir dir;
   kaltest::WriteFile(dir.File("loop.xml"),
@@ -145,6 +145,8 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
                                 "<Representation id='7' format='TESSELLATED' version='1.0'>"
                                 "<AssociatedData> AAEC\n/w== </AssociatedData></Representation>"));
   kaltest::WriteFile(dir.File("taken.glb"), "old");
+  kaltest::HttpServer busy;  // holds a port `view` cannot serve on
+  const std::string taken = busy.Url("").substr(busy.Url("").rfind(':') + 1);
   // Arguments, exit code, the start of standard error (all of it when the exit is 0).
   const std::tuple<std::string, int, std::string> cases[] = {
       {"", 2, "A subcommand is required"},
@@ -158,6 +160,13 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
       {"export " + kSample + " -o " + dir.File("no/such/dir.glb"), 3, "vorla: cannot write "},
       {"extract " + kSample + " --id 999 -o -", 1,
        "vorla: " + kSample + " has no representation 999 with data"},
+      {"view --no-open", 2, "FILE is required"},
+      {"view --no-open --port 65536 " + kSample, 2, "--port: Value 65536 not in range 0 to 65535"},
+      {"view --no-open --port -1 " + kSample, 2, "--port: Value -1 not in range 0 to 65535"},
+      {"view --no-open " + dir.File("none.vorla"), 1,
+       "vorla: cannot read " + dir.File("none.vorla")},
+      {"view --no-open --port " + taken + " " + kSample, 3,
+       "vorla: cannot serve on 127.0.0.1:" + taken + "\n"},
       {"tree " + dir.File("loop.xml"), 1,
        "vorla: cannot walk " + dir.File("loop.xml") + ": reference \"Tile\" [2] of " +
            dir.File("loop.xml") + " instantiates itself\n"}};
@@ -170,6 +179,8 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
   EXPECT_EQ(extracted.exit, 0);
   EXPECT_EQ(extracted.out, std::string("\0\1\2\xFF", 4));
   EXPECT_EQ(kaltest::ReadFile(dir.File("taken.glb")), "old");
+  EXPECT_TRUE(Has(Vorla("--help", dir).out,
+                  "\n  view                        Show the assembly in the browser"));
 }
 
 }  // namespace

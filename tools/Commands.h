@@ -28,6 +28,7 @@ void AddRepsCommand(CLI::App& app, int& exitCode);
 void AddViewsCommand(CLI::App& app, int& exitCode);
 void AddExtractCommand(CLI::App& app, int& exitCode);
 void AddExportCommand(CLI::App& app, int& exitCode);
+void AddViewCommand(CLI::App& app, int& exitCode);
 
 }  // namespace vorla
 

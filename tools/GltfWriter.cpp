@@ -148,6 +148,7 @@ class Builder {
   bool Build(std::string& bytes, GltfStats& stats, std::string& error) {
     _Nodes.reserve(CountOccurrences(_Assembly.root) + _Assembly.views.size());
     _Data.reserve(DataBytes());
+    if (_Options.occurrenceIndices) NumberDepthFirst(_Assembly.root);
     AddOccurrences();
     std::vector<int> scene{0};
     Node& root = _Nodes[0];
@@ -238,6 +239,12 @@ class Builder {
       }
     }
     return bytes;
+  }
+
+  // Root first, depth first: the order in which a viewer lists the tree.
+  void NumberDepthFirst(const Occurrence& occurrence) {
+    _DepthFirst.emplace(&occurrence, static_cast<int>(_DepthFirst.size()));
+    for (const Occurrence& child : occurrence.children) NumberDepthFirst(child);
   }
 
   static size_t CountOccurrences(const Occurrence& occurrence) {
@@ -597,6 +604,7 @@ class Builder {
       if (o->instanceId >= 0) j.Key("instanceId").Integer(o->instanceId);
       j.Key("referenceId").Integer(o->referenceId).Key("reference").String(o->reference);
       if (!o->externalFile.empty()) j.Key("file").String(o->externalFile);
+      if (_Options.occurrenceIndices) j.Key("occurrence").Integer(_DepthFirst.at(o));
       j.Close('}');
     }
     j.Close('}');
@@ -651,6 +659,7 @@ class Builder {
   std::map<int, std::vector<Placement>> _Placements;
   bool _Instanced = false;
   size_t _Vertices = 0;
+  std::unordered_map<const Occurrence*, int> _DepthFirst;  // for occurrenceIndices
 };
 
 }  // namespace

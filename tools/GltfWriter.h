@@ -14,6 +14,9 @@ struct GltfOptions {
   bool zUp = true;               // documents are written Z up; glTF is Y up
   bool binary = true;            // .glb; else .gltf with the buffer embedded
   bool gpuInstancing = false;    // EXT_mesh_gpu_instancing for meshes placed many times
+  // Node extras "occurrence": the occurrence's index, root first, depth first, by which a
+  // viewer finds a node's row in the tree.
+  bool occurrenceIndices = false;
 };
 
 struct GltfStats {

@@ -1,4 +1,5 @@
-// vorla: inspect Vorla documents, extract representations, export assemblies to glTF.
+// vorla: inspect Vorla documents, extract representations, export assemblies to glTF, view
+// them in the browser.
 #include <iostream>
 
 #include "Commands.h"
@@ -15,6 +16,7 @@ int main(int argc, char** argv) {
   vorla::AddViewsCommand(app, exitCode);
   vorla::AddExtractCommand(app, exitCode);
   vorla::AddExportCommand(app, exitCode);
+  vorla::AddViewCommand(app, exitCode);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
