@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the benchmarks need, skipping those
-# already installed, then the npm packages of package-lock.json (the glTF validator the tests
-# run). As root it installs Debian packages with apt-get; otherwise it lists what is missing
-# and fails.
+# Installs the Debian packages the build, the tests, the fuzz targets and the benchmarks need,
+# skipping those already installed, then the npm packages of package-lock.json (the glTF
+# validator the tests run). As root it installs Debian packages with apt-get; otherwise it
+# lists what is missing and fails.
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
           libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev libtinygltf-dev
-          nlohmann-json3-dev pkg-config)
+          nlohmann-json3-dev pkg-config clang libfuzzer-14-dev)
 # Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm)
