@@ -17,15 +17,17 @@
 
 namespace kalfuzz {
 
-// A directory of this process's own (in /dev/shm when there is one, so that writing an
-// input costs no disk), removed when the process exits. The library's own temporary files go
-// there too, and nothing it does reaches the network: an http proxy on a port where nothing
-// listens refuses every download at once.
+// A directory of this process's own (in $TMPDIR, else in /dev/shm when there is one, so that
+// writing an input costs no disk), removed when the process exits normally. The library's own
+// temporary files go there too, and nothing it does reaches the network: an http proxy on a port
+// where nothing listens refuses every download at once.
 inline const std::string& ScratchDir() {
   // Never destroyed: the exit handler that removes the directory runs after static objects go.
   static const std::string& dir = *[] {
+    const char* tmp = std::getenv("TMPDIR");
     const bool shm = std::filesystem::is_directory("/dev/shm");
-    auto* path = new std::string(shm ? "/dev/shm/kalfuzz-XXXXXX" : "/tmp/kalfuzz-XXXXXX");
+    auto* path = new std::string(tmp != nullptr && *tmp != '\0' ? tmp : shm ? "/dev/shm" : "/tmp");
+    *path += "/kalfuzz-XXXXXX";
     if (mkdtemp(path->data()) == nullptr) std::abort();
     setenv("KalTemp", path->c_str(), 1);
     setenv("http_proxy", "http://127.0.0.1:9", 1);

@@ -61,7 +61,8 @@ seeds = {
                   'fasteners.vorla': read('sample', 'Fasteners.vorla'), 'small.vorla': small},
     'fuzz_xml_parse': {
         'small.xml': small, 'manifest.xml': read('sample', 'Manifest.xml'),
-        'doctype.xml': '<?xml version="1.0" encoding="ISO-8859-1"?><!DOCTYPE a [<!ENTITY e "x&#65;">]>'
+        'doctype.xml': '<?xml version="1.0" encoding="ISO-8859-1"?>'
+                       '<!DOCTYPE a [<!ENTITY e "x&#65;">]>'
                        '<a b="&e;&lt;"><![CDATA[<c>]]><!-- d --><?pi x?>t&#x20AC;</a>',
     },
     'fuzz_urn_value_list': {
@@ -69,8 +70,9 @@ seeds = {
         'techrep': 'urn:VORLA:TechRep:loc:7', 'matrix': '1 0 0 0 1 0 0 0 1 0.5 -2 3e2',
         'blanks': ' 1  2 3 ', 'tab': '1\t2 3', 'short': '1 2', 'odd': '0x10 nan -inf .5 1e-400 ',
     },
-    'fuzz_tessellation_qsr': {'mesh.xml': mesh, 'two.xml': mesh + '<Mesh name="e"/>', 'rep.qsr': qsr,
-                 'empty.qsr': b'QSR1' + struct.pack('<II6f', 0, 0, 0, 0, 0, 0, 0, 0)},
+    'fuzz_tessellation_qsr': {'mesh.xml': mesh, 'two.xml': mesh + '<Mesh name="e"/>',
+                              'rep.qsr': qsr,
+                              'empty.qsr': b'QSR1' + struct.pack('<II6f', 0, 0, 0, 0, 0, 0, 0, 0)},
     'fuzz_base64': {'padded': 'SGVsbG8gd29ybGQ=', 'short': 'QUI', 'two': 'QQ==',
                     'lines': 'QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWZnaGlqa2xtbm9w\r\n'
                              'cXJzdHV2d3h5ejAxMjM0NTY3ODkrLw==\n'},

@@ -9,8 +9,8 @@ cd "$(dirname "$0")/.."
 [ $# -eq 2 ] || { echo "usage: $0 TARGET|all SECONDS" >&2; exit 2; }
 target=$1 seconds=$2
 
-stale=$(find fuzz platform src include CMakeLists.txt -newer build-fuzz/fuzz/fuzz_document_walk -print -quit \
-        2>/dev/null || echo missing)
+stale=$(find fuzz platform src include CMakeLists.txt -newer build-fuzz/fuzz/fuzz_document_walk \
+        -print -quit 2>/dev/null || echo missing)
 if [ ! -x build-fuzz/fuzz/fuzz_document_walk ] || [ -n "$stale" ]; then
   CC=clang CXX=clang++ bash scripts/build.sh build-fuzz -DKAL_FUZZ=ON >/dev/null
 fi
@@ -25,15 +25,18 @@ fi
 
 name=fuzz_${target#fuzz_}
 [ -x "build-fuzz/fuzz/$name" ] || { echo "fuzz: no target $name" >&2; exit 2; }
-work=$(mktemp -d "${TMPDIR:-/tmp}/$name.XXXXXX")
+# The target's own files go in the work directory too, so that a crash leaves none behind.
+shm=/dev/shm; [ -d "$shm" ] || shm=${TMPDIR:-/tmp}
+work=$(mktemp -d "$shm/$name.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cp -r "fuzz/corpus/$name" "$work/corpus"
 mkdir -p build-fuzz/findings
 echo "fuzz: $name for $seconds s"
 set +e
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:symbolize=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  "build-fuzz/fuzz/$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-  -artifact_prefix="build-fuzz/findings/$name-" "$work/corpus" >"$work/log" 2>&1
+TMPDIR=$work ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  "build-fuzz/fuzz/$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  -print_final_stats=1 -artifact_prefix="build-fuzz/findings/$name-" "$work/corpus" \
+  >"$work/log" 2>&1
 status=$?
 set -e
 # The last lines say how the run went: the statistics, or the finding and its stack.
