@@ -1,9 +1,5 @@
 // Feeds arbitrary bytes to the XML reader; a tree it accepts is walked whole.
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-
-#include "KalLightXml.h"
+#include "FuzzSupport.h"
 
 namespace {
 
@@ -18,10 +14,7 @@ void Walk(const KalLightXmlElementItf* e) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  KalLightXmlElementFactory factory;
-  std::unique_ptr<KalLightXmlElementItf> root(factory.CreateElement());
-  KalLightXmlInputStreamBuffer input(data, static_cast<int>(size));
-  KalLightXmlParser parser;
-  if (parser.Parse(input, *root) == 1) Walk(root.get());
+  std::unique_ptr<KalLightXmlElementItf> root = kalfuzz::ParseXml(data, size);
+  if (root != nullptr) Walk(root.get());
   return 0;
 }

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the benchmarks need, skipping those
-# already installed, then the npm packages of package-lock.json (the glTF validator the tests
-# run). As root it installs Debian packages with apt-get; otherwise it lists what is missing
-# and fails.
+# Installs the Debian packages the build, the tests, the fuzz targets and the benchmarks need,
+# skipping those already installed, then the npm packages of package-lock.json (the glTF
+# validator the tests run, three.js for vorla view, puppeteer-core for its browser test). As root it installs Debian packages with apt-get; otherwise it
+# lists what is missing and fails.
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
           libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev
-          nlohmann-json3-dev pkg-config)
+          nlohmann-json3-dev pkg-config clang libfuzzer-14-dev)
 # vorla view: its HTTP server, and the browser its test drives.
 packages+=(libcpp-httplib-dev chromium)
 # Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
@@ -16,15 +16,14 @@ command -v npm >/dev/null || packages+=(npm)
 cd "$(dirname "$0")/.."
 
 install_npm_packages() {
-  # A node_modules from before three.js and puppeteer-core were added is brought up to date.
-  if [ ! -f node_modules/three/package.json ] || [ ! -f node_modules/puppeteer-core/package.json ]; then
+  # npm ci when a package of the lock file is missing (a node_modules from before it was added).
+  local p
+  for p in gltf-validator three puppeteer-core; do
+    [ -f "node_modules/$p/package.json" ] && continue
     echo "setup: installing the npm packages of package-lock.json"
     npm ci --no-audit --no-fund --loglevel=error >/dev/null
     return 0
-  fi
-  [ -f node_modules/gltf-validator/package.json ] && return 0
-  echo "setup: installing the npm packages of package-lock.json"
-  npm ci --no-audit --no-fund --loglevel=error >/dev/null
+  done
 }
 
 missing=()
