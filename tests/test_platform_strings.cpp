@@ -1,14 +1,10 @@
 // KalUnicodeString: ownership of borrowed text, aliasing, comparison, searching and numbers.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "KalUnicodeString.h"
+#include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 TEST(KalUnicodeString, CopiesOfBorrowedTextOwnItAndChangesNeverWriteIntoIt) {
@@ -94,3 +90,4 @@ TEST(KalUnicodeString, ConvertToNumReadsEachFormatAndLeavesTheOutputAloneOnFailu
 }
 
 }  // namespace
+}  // namespace kaltest

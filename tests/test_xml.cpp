@@ -1,18 +1,12 @@
 // The platform's XML element model: the tree as memory (outliving its input, deep nesting,
 // copies, files), and what the libxml2 differential test cannot pin: limits, encodings and
 // refusals its generated documents do not reach or libxml2 does not make.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "KalLightXml.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
-using Element = KalLightXmlElementItf;
 using Root = std::unique_ptr<Element>;
 const std::string kRefused = "(refused)";
 
@@ -92,8 +86,7 @@ TEST(XmlMemory, HundredThousandNestedElementsParseWalkAndDelete) {
 }
 
 TEST(XmlCopy, OnlyFactoryElementsReceiveDeepCopiesIndependentOfTheirSource) {
-  Root source = kaltest::ParseXml(
-           "<r><Rep id='3' f='F'><Data>abc</Data><More><Leaf/></More></Rep><b/></r>"),
+  Root source = ParseXml("<r><Rep id='3' f='F'><Data>abc</Data><More><Leaf/></More></Rep><b/></r>"),
        copy = NewRoot();
   std::vector<Element*> reps = Children(source.get());
   EXPECT_EQ(reps[1]->CopyFrom(reps[0]), 0);  // a parsed element is not a factory element
@@ -106,9 +99,9 @@ TEST(XmlCopy, OnlyFactoryElementsReceiveDeepCopiesIndependentOfTheirSource) {
 }
 
 TEST(XmlInputFile, ReadsAFileAndRefusesMissingEmptyOrDirectoryOnes) {
-  kaltest::TempDir dir;
-  kaltest::WriteFile(dir.File("doc.xml"), "<r><c>v</c></r>");
-  kaltest::WriteFile(dir.File("empty.xml"), "");
+  TempDir dir;
+  WriteFile(dir.File("doc.xml"), "<r><c>v</c></r>");
+  WriteFile(dir.File("empty.xml"), "");
   std::string results;
   for (const std::string& path :
        {dir.File("doc.xml"), dir.File("missing.xml"), dir.File("empty.xml"), dir.Path()}) {
@@ -197,3 +190,4 @@ TEST(XmlRefused, MalformedDocumentsTheDifferentialTestDoesNotReach) {
 }
 
 }  // namespace
+}  // namespace kaltest
