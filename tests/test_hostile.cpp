@@ -214,9 +214,9 @@ TEST(Hostile, EntryNamesThatLookLikePathsStayInsideTheArchive) {
   EXPECT_EQ(ReadFile(victim), "keep");
 }
 
-// A sibling document named by external URNs that is missing, no XML, a directory or a FIFO
-// (which must not block the reader): the URN still leads beside the document, loading there
-// fails, its geometry is E_FAIL, and the tool warns and goes on.
+// A sibling document named by external URNs that is missing, empty, no XML, a directory or a
+// FIFO (which must not block the reader): the URN still leads beside the document, loading
+// there fails, its geometry is E_FAIL, and the tool warns and goes on.
 TEST(Hostile, ExternalDocumentsThatAreMissingOrNoDocumentsAreReported) {
   TempDir dir;
   const std::string doc = dir.File("doc.xml"), other = dir.File("Other.vorla");
@@ -230,9 +230,9 @@ TEST(Hostile, ExternalDocumentsThatAreMissingOrNoDocumentsAreReported) {
                                   "<format>TESSELLATED</format><version>1.0</version>")));
   const std::string warning =
       "0 vorla: warning: instance 2 (i): cannot read " + other + " (0x80004005)\n";
-  for (const char* kind : {"missing", "text", "directory", "fifo"}) {
+  for (const char* kind : {"missing", "empty", "text", "directory", "fifo"}) {
     std::filesystem::remove_all(other);
-    if (kind[0] == 't') WriteFile(other, "not a document");
+    if (kind[0] == 'e' || kind[0] == 't') WriteFile(other, kind[0] == 't' ? "not a document" : "");
     if (kind[0] == 'd') std::filesystem::create_directory(other);
     ASSERT_TRUE(kind[0] != 'f' || mkfifo(other.c_str(), 0600) == 0);
     KalVorlaParser parser;
