@@ -86,7 +86,6 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
   };
   const std::string none = "<null> <null> | <null> <null> <null> <null>";
   const std::string accepted = "r0 view | stale <null> stale stale";
-  // clang-format off
   const std::tuple<std::string, const char*, HRESULT, std::string> cases[] = {
       {Doc("plain"), "/kal/temp", S_OK, "plain <null> | stale <null> stale stale"},
       {"", "/kal/temp", E_FAIL, none + " (no tree)"},  // the empty path
@@ -96,13 +95,13 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
        "<null>  | <null> <null> <null> <null>"},
       {s("2.00"), nullptr, S_OK, accepted},
       {s("2.1"), nullptr, kVorlaVersionNewerAccepted, accepted},
-      {s("3.0"), nullptr, kVorlaVersionRefused, none}, {s("v3.0"), nullptr, S_OK, accepted},
+      {s("3.0"), nullptr, kVorlaVersionRefused, none},
+      {s("v3.0"), nullptr, S_OK, accepted},
       {v("<Header/>"), nullptr, S_OK, accepted},
       {v("<Header/><Header><SchemaVersion>3.0</SchemaVersion></Header>"), nullptr, S_OK, accepted},
       {v("<Other/><Header><Author/><SchemaVersion>3.0</SchemaVersion></Header>"), nullptr,
        kVorlaVersionRefused, none},
       {v("<h:Header><SchemaVersion>1.0</SchemaVersion></h:Header>"), nullptr, E_FAIL, none}};
-  // clang-format on
   FakeElement stale("Stale", {}, "stale");
   for (const auto& [content, kalTemp, code, want] : cases) {  // kalTemp null: unset
     SCOPED_TRACE(content);
@@ -133,7 +132,6 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
 // The manifest's first Root names the entry, else the archive's own name (an entry may bear it).
 TEST_F(Loading, ArchivesLoadTheEntryTheManifestNamesElseTheOneOfTheArchivesName) {
   // Manifest, text changed to make its entry read short, entry of the archive's name, results.
-  // clang-format off
   const std::tuple<const char*, const char*, bool, HRESULT, const char*, const char*> cases[] = {
       {"<Root>docs/a.xml</Root>", nullptr, false, S_OK, "docs/a.xml", "docs-a"},
       {"<Root>b.xml</Root><Root>a.xml</Root>", nullptr, false, S_OK, "b.xml", "b"},
@@ -145,7 +143,6 @@ TEST_F(Loading, ArchivesLoadTheEntryTheManifestNamesElseTheOneOfTheArchivesName)
       {nullptr, nullptr, true, S_OK, "pack.vorla", "self"},
       {"Root=a.xml <<<", nullptr, true, S_OK, "pack.vorla", "self"},
       {"<Other>a.xml</Other>", nullptr, true, S_OK, "pack.vorla", "self"}};
-  // clang-format on
   char real[PATH_MAX];
   ASSERT_NE(::realpath(_Dir.Path().c_str(), real), nullptr);
   const std::string archive = _Dir.File("pack.vorla");
@@ -580,7 +577,6 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
         << c(withNulls.GetRepresentationNode(3, &a)) << " "
         << c(withNulls.GetBufferFromGeometricRepresentationID("9", buffer, size, tag)) << " "
         << c(withNulls.GetBufferFromGeometricRepresentationID("2", buffer, size, tag));
-    // clang-format off
     EXPECT_EQ(out.str(),
               "[] 0  0 a2; [-1] 0  F <null>; [0] 0  5 <null>; [1] 0  0 a0; [01] 0  0 a3; "
               "[5] 0 f1 f2 f3 f5 f6 5 <null>; [05] 0 f1 f2 f3 f5 f6 5 <null>; [6] 0 f4 5 <null>; "
@@ -591,7 +587,6 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
               "4294967295: 7minus 1~ 0minus 12~ 0no-id; {2} 0 1 REP_DOC_TYPE_TG1; "
               "{02} 0 2 REP_DOC_TYPE_TG1; {-1} 0 0 REP_DOC_TYPE_TG1; {} 0 0 REP_DOC_TYPE_TG1; "
               "{x} 0 0 REP_DOC_TYPE_TG1; {9} 0 0 ; F two f1 f2 f3 f5 f6 | 0two F F F 24");
-    // clang-format on
   }
 }
 

@@ -178,7 +178,6 @@ TEST_F(Presentation, GraphicPropertiesTheirAttributesAndMaterials) {
 // is clamped, out of range is as strtod reads it; a component that is no number leaves the
 // output as it was.
 TEST_F(Presentation, ColorComponentsAndTheCodeOfWhatIsSet) {
-  // clang-format off
   const std::tuple<const char*, HRESULT, const char*> cases[] = {
       {"red='1' green='0' blue='0'", kVorlaColorWithoutAlpha, "1 0 0 9"},
       {"red='0.5' green='1e999' blue='2' alpha='0.3'", kVorlaColorWithAlpha, "0.5 inf 2 0.3"},
@@ -188,7 +187,6 @@ TEST_F(Presentation, ColorComponentsAndTheCodeOfWhatIsSet) {
       {"red='1' blue='0'", E_FAIL, "1 9 9 9"},
       {"red='1e999' green='nan' blue='-1e400' alpha='99999999999999999999'", kVorlaColorWithAlpha,
        "inf nan -inf 1e+20"}};
-  // clang-format on
   for (const auto& [attributes, code, want] : cases) {  // components preset to 9
     auto color = ParseXml(std::string("<Color ") + attributes + "/>");
     double rgba[4] = {9, 9, 9, 9};
