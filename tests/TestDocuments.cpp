@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <zip.h>
 
@@ -28,9 +29,8 @@ int BoundLoopbackSocket(int* port) {
   sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
   socklen_t length = sizeof address;
   if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
     Fail("cannot bind a socket on 127.0.0.1");
-  }
   *port = ntohs(address.sin_port);
   return fd;
 }
@@ -57,9 +57,8 @@ void WriteArchive(const std::string& path, const std::vector<Entry>& entries) {
     zip_source_t* source = zip_source_buffer(archive, e.content.data(), e.content.size(), 0);
     const zip_int64_t index = zip_file_add(archive, e.name.c_str(), source, ZIP_FL_ENC_UTF_8);
     if (index < 0 || zip_set_file_compression(archive, static_cast<zip_uint64_t>(index),
-                                              e.deflate ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0)) {
+                                              e.deflate ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0))
       Fail("cannot add " + e.name + " to " + path);
-    }
   }
   if (zip_close(archive) != 0) Fail("cannot write " + path);
 }
@@ -98,6 +97,26 @@ bool FileExists(const std::string& path) {
   return std::filesystem::exists(std::filesystem::symlink_status(path));
 }
 
+std::set<std::string> Listing(const std::string& directory) {
+  std::set<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(directory))
+    names.insert(e.path().filename().string());
+  return names;
+}
+
+ToolRun RunVorla(const std::string& args, const TempDir& dir) {
+  const std::string out = dir.File("stdout"), err = dir.File("stderr");
+  const int status =
+      std::system(("timeout 60 " KAL_VORLA_PATH " " + args + " >" + out + " 2>" + err).c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+}
+
+ScopedEnv::ScopedEnv(const char* n, const char* value) : name(n), had(std::getenv(n) != nullptr) {
+  if (had) old = std::getenv(n);
+  value ? setenv(n, value, 1) : unsetenv(n);
+}
+ScopedEnv::~ScopedEnv() { had ? setenv(name.c_str(), old.c_str(), 1) : unsetenv(name.c_str()); }
+
 HttpServer::HttpServer() {
   _ListenFd = BoundLoopbackSocket(&_Port);
   if (listen(_ListenFd, 16) != 0) Fail("cannot listen on 127.0.0.1");
@@ -130,9 +149,8 @@ void HttpServer::Serve() {
     std::string head;
     char chunk[4096];
     ssize_t n = 1;
-    while (n > 0 && head.find("\r\n\r\n") == std::string::npos) {
+    while (n > 0 && head.find("\r\n\r\n") == std::string::npos)
       if ((n = recv(fd, chunk, sizeof chunk, 0)) > 0) head.append(chunk, static_cast<size_t>(n));
-    }
     if (n > 0) {
       ++_Requests;
       const size_t start = head.find(' ') + 1;

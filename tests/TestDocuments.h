@@ -1,19 +1,26 @@
 // Builders for the documents the tests read: archives, plain files, temporary directories,
-// and a small HTTP server on the loopback interface.
+// and a small HTTP server on the loopback interface; what every test file includes.
 #ifndef KAL_TEST_DOCUMENTS_H
 #define KAL_TEST_DOCUMENTS_H
 
+#include <gtest/gtest.h>
+
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "KalLightXmlElementItf.h"
 #include "KalRawColl.h"
+#include "KalVorlaParser.h"
 
 namespace kaltest {
 
@@ -46,6 +53,23 @@ std::string ManifestXml(const std::string& rootName);  // the manifest that name
 void WriteFile(const std::string& path, const std::string& content);  // throws on failure
 std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
+std::set<std::string> Listing(const std::string& directory);  // the names in a directory
+
+// What the vorla tool did with `args`, run with a minute to finish (a hang fails, it does not
+// stall the suite); its output goes through files in `dir`.
+struct ToolRun {
+  int exit;
+  std::string out, err;
+};
+ToolRun RunVorla(const std::string& args, const TempDir& dir);
+
+// Sets (or, with null, unsets) an environment variable for the life of the object.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const char* value);
+  ~ScopedEnv();
+  std::string name, old;
+  bool had;
+};
 
 // An HTTP/1.1 server on 127.0.0.1, port chosen by the system, one connection at a time, in
 // a thread of its own that stops with the object (a slow answer ends when the client leaves).
@@ -79,6 +103,8 @@ class HttpServer {
 };
 
 inline std::string Str(const KalUnicodeString& s) { return s.ConvertToChar(); }
+using Codes = std::vector<HRESULT>;  // result codes compared side by side
+using Element = KalLightXmlElementItf;
 
 // A product-structure element typed after its tag ("Instance3D": "Instance3DType"), with more
 // attributes, the id of the reference that aggregates it, the URN it instantiates and further
@@ -92,6 +118,23 @@ inline std::string Entity(const std::string& tag, const std::string& attributes,
          ">";
 }
 
+// A Vorla root document: a header with the given schema version, then `body`.
+inline std::string VorlaXml(const std::string& body, const std::string& version = "1.0") {
+  return "<Model><Header><SchemaVersion>" + version + "</SchemaVersion></Header>" + body +
+         "</Model>";
+}
+
+// A Vorla root document whose product structure has root reference 1 and holds `body`.
+inline std::string Structure(const std::string& body, const std::string& version = "1.0") {
+  return VorlaXml("<ProductStructure root='1'>" + body + "</ProductStructure>", version);
+}
+
+// A Reference3D with an id and a name, holding `content`.
+inline std::string Ref(int id, const std::string& name, const std::string& content = "") {
+  return Entity("Reference3D", "id='" + std::to_string(id) + "' name='" + name + "'", "", "",
+                content);
+}
+
 // The "name" attribute of an element; "<null>" for no element.
 inline std::string NameOf(const KalLightXmlElementItf* e) {
   return e == nullptr ? "<null>" : Str(e->GetAttribute("name"));
@@ -103,12 +146,6 @@ inline std::string Names(const KalRawCollPV& elements) {
   for (int i = 1; i <= elements.Size(); ++i)
     names += (i > 1 ? " " : "") + NameOf(static_cast<KalLightXmlElementItf*>(elements[i]));
   return names;
-}
-
-// A Vorla root document: a header with the given schema version, then `body`.
-inline std::string VorlaXml(const std::string& body, const std::string& version = "1.0") {
-  return "<Model><Header><SchemaVersion>" + version + "</SchemaVersion></Header>" + body +
-         "</Model>";
 }
 
 // The document element of `xml` parsed by the platform's reader; throws when it is refused.

@@ -1,7 +1,6 @@
 // Hostile input: archives whose headers lie, bombs, cut files, 100,000 entries, entry names
 // that look like paths, documents past the memory limit, sibling documents that are no
 // documents. Each ends in a pinned code, writes nothing, and the tool says what went wrong.
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,20 +8,15 @@
 
 #include <chrono>
 #include <filesystem>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "KalMemory.h"
-#include "KalVorlaParser.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
-using kaltest::Entity;
 constexpr uint64_t kGiB = uint64_t{1} << 30;
-const std::string kRootXml = kaltest::VorlaXml(
-    "<ProductStructure root='1'>" + Entity("Reference3D", "id='1'") + "</ProductStructure>");
+const std::string kRootXml = Structure(Entity("Reference3D", "id='1'"));
 
 HRESULT Load(const std::string& path) { return KalVorlaParser().InitParsing(path.c_str()); }
 double Since(std::chrono::steady_clock::time_point start) {
@@ -82,26 +76,16 @@ std::string ZipBytes(const std::vector<RawEntry>& entries) {
   return out;
 }
 
-// Runs vorla with `args` (a hang fails, it does not stall): "exit stderr".
-std::string Vorla(const std::string& args, const kaltest::TempDir& dir) {
-  const std::string err = dir.File("stderr");
-  const int status = std::system(
-      ("timeout 60 " KAL_VORLA_PATH " " + args + " >" + dir.File("stdout") + " 2>" + err).c_str());
-  return std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + " " +
-         kaltest::ReadFile(err);
-}
-
-std::set<std::string> Listing(const std::string& directory) {
-  std::set<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(directory))
-    names.insert(e.path().filename().string());
-  return names;
+// "exit stderr" of vorla run with `args`.
+std::string Vorla(const std::string& args, const TempDir& dir) {
+  const auto run = RunVorla(args, dir);
+  return std::to_string(run.exit) + " " + run.err;
 }
 
 // Root entries whose headers lie (bombs among them), zip64, manifests naming no entry or
 // declaring what no machine holds, archives cut short: each load ends in its code in seconds.
 TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
-  kaltest::TempDir dir;
+  TempDir dir;
   // 8 GiB of zeros in 8 MiB: one flushed 64 MiB piece 128 times, then an empty final block.
   const std::string zeros(size_t{64} << 20, '\0'), piece = Deflate(zeros, Z_FULL_FLUSH);
   std::string bomb;
@@ -110,11 +94,11 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
     bombCrc = crc32_combine(bombCrc, Crc(zeros), static_cast<z_off_t>(zeros.size()));
   bomb += std::string("\x03\x00", 2);
   const std::string xml = kRootXml, packed = Deflate(xml), plain = dir.File("plain.vorla");
-  const std::string manifest = kaltest::ManifestXml("Root.vorla");
+  const std::string manifest = ManifestXml("Root.vorla");
   const uint64_t n = xml.size(), huge = uint64_t{1} << 62;
-  kaltest::WriteFile(plain, xml);  // a document on disk, never taken for an entry
+  WriteFile(plain, xml);  // a document on disk, never taken for an entry
   const auto archive = [](const RawEntry& root, const std::string& named = "Root.vorla") {
-    const std::string manifest = kaltest::ManifestXml(named);
+    const std::string manifest = ManifestXml(named);
     return ZipBytes({{"Manifest.xml", manifest, manifest.size(), Crc(manifest), false}, root});
   };
   const RawEntry good = {"Root.vorla", packed, n, Crc(xml)};
@@ -145,23 +129,23 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
   const std::string path = dir.File("case.vorla");
   for (const auto& c : cases) {
     const auto start = std::chrono::steady_clock::now();
-    kaltest::WriteFile(path, c.bytes);
+    WriteFile(path, c.bytes);
     KalVorlaParser parser;
     KalUnicodeString file, root;
     EXPECT_EQ(parser.InitParsing(path.c_str()), c.code) << c.what;
     EXPECT_EQ(parser.GetVorlaRootFilePath(path.c_str(), root), c.manifestRead) << c.what;
     parser.GetFilePath(file);
-    EXPECT_EQ(kaltest::Str(file), c.filePath) << c.what;
+    EXPECT_EQ(Str(file), c.filePath) << c.what;
     EXPECT_LT(Since(start), 5) << c.what;
   }
   const std::string whole = archive(good);  // cut anywhere: no archive, and no XML
   for (size_t cut :
        {size_t{0}, size_t{4}, size_t{40}, whole.size() / 2, whole.size() - 22, whole.size() - 1}) {
-    kaltest::WriteFile(path, whole.substr(0, cut));
+    WriteFile(path, whole.substr(0, cut));
     EXPECT_EQ(Load(path), E_FAIL) << cut;
   }
   EXPECT_EQ(Listing(dir.Path()), (std::set<std::string>{"case.vorla", "plain.vorla"}));
-  kaltest::WriteFile(path, cases[3].bytes);
+  WriteFile(path, cases[3].bytes);
   EXPECT_EQ(Vorla("tree " + path, dir), "1 vorla: cannot read " + path +
                                             ": there is not enough memory to load it (code "
                                             "0x8007000E)\n");
@@ -169,12 +153,12 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
 
 // The manifest and the root come after 100,000 other entries.
 TEST(Hostile, AHundredThousandEntriesLoadInSeconds) {
-  kaltest::TempDir dir;
-  std::vector<kaltest::Entry> entries;
+  TempDir dir;
+  std::vector<Entry> entries;
   for (int i = 0; i < 100000; ++i) entries.push_back({"p/" + std::to_string(i), "x", false});
-  entries.push_back({"Manifest.xml", kaltest::ManifestXml("Root.vorla")});
+  entries.push_back({"Manifest.xml", ManifestXml("Root.vorla")});
   entries.push_back({"Root.vorla", kRootXml});
-  kaltest::WriteArchive(dir.File("many.vorla"), entries);
+  WriteArchive(dir.File("many.vorla"), entries);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Load(dir.File("many.vorla")), S_OK);
   EXPECT_LT(Since(start), 30);  // about 3 s here, nearly all in libzip opening the archive
@@ -197,9 +181,9 @@ TEST(Hostile, DocumentsPastTheMemoryLimitAreRefusedBeforeTheyAreRead) {
   EXPECT_EQ(limited, KalDocumentSizeLimit(uint64_t(sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE)),
                                           3 * kGiB));
 
-  kaltest::TempDir dir;
+  TempDir dir;
   const std::string sparse = dir.File("sparse.vorla");
-  kaltest::WriteFile(sparse, "");
+  WriteFile(sparse, "");
   ASSERT_EQ(truncate(sparse.c_str(), static_cast<off_t>(KalDocumentSizeLimit() + 1)), 0);
   EXPECT_EQ(Load(sparse), E_OUTOFMEMORY);
 }
@@ -207,55 +191,50 @@ TEST(Hostile, DocumentsPastTheMemoryLimitAreRefusedBeforeTheyAreRead) {
 // Over HTTP into KalTemp: entries named like relative and absolute paths are only names of
 // the open archive; the local copy alone is made there (over a link in its way) and removed.
 TEST(Hostile, EntryNamesThatLookLikePathsStayInsideTheArchive) {
-  kaltest::TempDir dir;
+  TempDir dir;
   const std::string temp = dir.File("kaltemp"), victim = dir.File("victim");
   ASSERT_EQ(mkdir(temp.c_str(), 0700), 0);
-  kaltest::WriteFile(victim, "keep");
+  WriteFile(victim, "keep");
   ASSERT_EQ(symlink(victim.c_str(), (temp + "/local.vorla").c_str()), 0);
-  kaltest::WriteVorlaArchive(dir.File("doc.zip"), "../../evil.vorla", kRootXml,
-                             {{"/tmp/absolute.vorla", kRootXml}});
-  kaltest::HttpServer server;
-  server.Set("/doc.vorla", {200, kaltest::ReadFile(dir.File("doc.zip"))});
-  setenv("KalTemp", temp.c_str(), 1);
+  WriteVorlaArchive(dir.File("doc.zip"), "../../evil.vorla", kRootXml,
+                    {{"/tmp/absolute.vorla", kRootXml}});
+  HttpServer server;
+  server.Set("/doc.vorla", {200, ReadFile(dir.File("doc.zip"))});
   {
+    ScopedEnv kalTemp("KalTemp", temp.c_str());
     KalVorlaParser parser;
     KalUnicodeString file;
     EXPECT_EQ(parser.InitParsing(server.Url("/doc.vorla").c_str()), S_OK);
     parser.GetFilePath(file);
-    EXPECT_EQ(kaltest::Str(file), "../../evil.vorla");
+    EXPECT_EQ(Str(file), "../../evil.vorla");
     EXPECT_EQ(Load("/tmp/absolute.vorla"), S_OK);  // an entry of the open archive
   }
-  unsetenv("KalTemp");
   EXPECT_EQ(Listing(temp), std::set<std::string>{});
   EXPECT_EQ(Listing(dir.Path()), (std::set<std::string>{"doc.zip", "kaltemp", "victim"}));
-  EXPECT_EQ(kaltest::ReadFile(victim), "keep");
+  EXPECT_EQ(ReadFile(victim), "keep");
 }
 
-// A sibling document named by external URNs that is missing, no XML, a directory or a FIFO
-// (which must not block the reader): the URN still leads beside the document, loading there
-// fails, its geometry is E_FAIL, and the tool warns and goes on.
+// A sibling document named by external URNs that is missing, empty, no XML, a directory or a
+// FIFO (which must not block the reader): the URN still leads beside the document, loading
+// there fails, its geometry is E_FAIL, and the tool warns and goes on.
 TEST(Hostile, ExternalDocumentsThatAreMissingOrNoDocumentsAreReported) {
-  kaltest::TempDir dir;
+  TempDir dir;
   const std::string doc = dir.File("doc.xml"), other = dir.File("Other.vorla");
   const std::string rep = "urn:VORLA:Representation:ext:Other.vorla#3";
-  kaltest::WriteFile(
-      doc, kaltest::VorlaXml("<ProductStructure root='1'>" + Entity("Reference3D", "id='1'") +
-                             Entity("Instance3D", "id='2' name='i'", "1",
-                                    "urn:VORLA:Reference:ext:Other.vorla#12") +
-                             Entity("InstanceRep", "id='3'", "1", "urn:VORLA:Reference:loc:4") +
-                             Entity("ReferenceRep", "id='4' name='Shape'") +
-                             Entity("RepFormat", "owner='4' associatedFile='" + rep + "'", "", "",
-                                    "<format>TESSELLATED</format><version>1.0</version>") +
-                             "</ProductStructure>"));
+  WriteFile(doc, Structure(Entity("Reference3D", "id='1'") +
+                           Entity("Instance3D", "id='2' name='i'", "1",
+                                  "urn:VORLA:Reference:ext:Other.vorla#12") +
+                           Entity("InstanceRep", "id='3'", "1", "urn:VORLA:Reference:loc:4") +
+                           Entity("ReferenceRep", "id='4' name='Shape'") +
+                           Entity("RepFormat", "owner='4' associatedFile='" + rep + "'", "", "",
+                                  "<format>TESSELLATED</format><version>1.0</version>")));
   const std::string warning =
       "0 vorla: warning: instance 2 (i): cannot read " + other + " (0x80004005)\n";
-  for (const char* kind : {"missing", "text", "directory", "fifo"}) {
+  for (const char* kind : {"missing", "empty", "text", "directory", "fifo"}) {
     std::filesystem::remove_all(other);
-    if (kind[0] == 't') kaltest::WriteFile(other, "not a document");
+    if (kind[0] == 'e' || kind[0] == 't') WriteFile(other, kind[0] == 't' ? "not a document" : "");
     if (kind[0] == 'd') std::filesystem::create_directory(other);
-    if (kind[0] == 'f') {
-      ASSERT_EQ(mkfifo(other.c_str(), 0600), 0);
-    }
+    ASSERT_TRUE(kind[0] != 'f' || mkfifo(other.c_str(), 0600) == 0);
     KalVorlaParser parser;
     ASSERT_EQ(parser.InitParsing(doc.c_str()), S_OK);
     KalUnicodeString format;
@@ -277,3 +256,4 @@ TEST(Hostile, ExternalDocumentsThatAreMissingOrNoDocumentsAreReported) {
 }
 
 }  // namespace
+}  // namespace kaltest

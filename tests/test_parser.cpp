@@ -1,22 +1,12 @@
 // KalVorlaParser: locale, loading (files, archives, "http://"), what loading records, reads.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <climits>
 #include <clocale>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "KalFiles.h"
 #include "KalFormatConstants.h"
-#include "KalVorlaParser.h"
 #include "TestDocuments.h"
 
 using P = KalVorlaParser;
@@ -34,43 +24,26 @@ struct KalVorlaParserInspector {
   static void UsePlainScans(P& p) { p._PlainScans = true; }  // the lookups scan, unindexed
 };
 
+namespace kaltest {
 namespace {
 
 using Inspector = KalVorlaParserInspector;
-using kaltest::Entity;
-using kaltest::FakeElement;
-using kaltest::NameOf;
-using kaltest::Names;
-using kaltest::Str;
-using kaltest::VorlaXml;
 
 // A document whose root reference carries `name`, so a test can tell which file it loaded.
 std::string Doc(const std::string& name, const std::string& version = "1.0") {
-  const std::string reference = Entity("Reference3D", "id='1' name='" + name + "'");
-  return VorlaXml("<ProductStructure root='1'>" + reference + "</ProductStructure>", version);
+  return Structure(Ref(1, name), version);
 }
 
 // The file path a parser reports and the name of its root reference.
 std::string Loaded(P& parser) {
   KalUnicodeString path;
-  KalLightXmlElementItf* root = nullptr;
+  Element* root = nullptr;
   parser.GetFilePath(path);
   parser.GetProductStructureRootReference(&root);
   return Str(path) + " " + NameOf(root);
 }
 
-// Sets (or, with null, unsets) an environment variable for the life of the object.
-struct ScopedEnv {
-  ScopedEnv(const char* n, const char* value) : name(n), had(std::getenv(n) != nullptr) {
-    if (had) old = std::getenv(n);
-    value ? setenv(n, value, 1) : unsetenv(n);
-  }
-  ~ScopedEnv() { had ? setenv(name.c_str(), old.c_str(), 1) : unsetenv(name.c_str()); }
-  std::string name, old;
-  bool had;
-};
-
-using Lookup = HRESULT (P::*)(int, KalLightXmlElementItf**);
+using Lookup = HRESULT (P::*)(int, Element**);
 // Instance3D, Reference3D, InstanceRep, ReferenceRep.
 const Lookup kLookups[] = {&P::GetInstance3DFromLocalID, &P::GetReference3DFromLocalID,
                            &P::GetInstanceRepFromLocalID, &P::GetReferenceRepFromLocalID};
@@ -99,7 +72,7 @@ class Loading : public ::testing::Test {
     EXPECT_FALSE(Inspector::ArchiveOpen());
     EXPECT_EQ(Inspector::EntryCount(), 0u);
   }
-  kaltest::TempDir _Dir;
+  TempDir _Dir;
 };
 
 // Paths kept, KalTemp as set; versions as integers, first Header only; empty tables dropped.
@@ -113,7 +86,6 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
   };
   const std::string none = "<null> <null> | <null> <null> <null> <null>";
   const std::string accepted = "r0 view | stale <null> stale stale";
-  // clang-format off
   const std::tuple<std::string, const char*, HRESULT, std::string> cases[] = {
       {Doc("plain"), "/kal/temp", S_OK, "plain <null> | stale <null> stale stale"},
       {"", "/kal/temp", E_FAIL, none + " (no tree)"},  // the empty path
@@ -123,28 +95,28 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
        "<null>  | <null> <null> <null> <null>"},
       {s("2.00"), nullptr, S_OK, accepted},
       {s("2.1"), nullptr, kVorlaVersionNewerAccepted, accepted},
-      {s("3.0"), nullptr, kVorlaVersionRefused, none}, {s("v3.0"), nullptr, S_OK, accepted},
+      {s("3.0"), nullptr, kVorlaVersionRefused, none},
+      {s("v3.0"), nullptr, S_OK, accepted},
       {v("<Header/>"), nullptr, S_OK, accepted},
       {v("<Header/><Header><SchemaVersion>3.0</SchemaVersion></Header>"), nullptr, S_OK, accepted},
       {v("<Other/><Header><Author/><SchemaVersion>3.0</SchemaVersion></Header>"), nullptr,
        kVorlaVersionRefused, none},
       {v("<h:Header><SchemaVersion>1.0</SchemaVersion></h:Header>"), nullptr, E_FAIL, none}};
-  // clang-format on
   FakeElement stale("Stale", {}, "stale");
   for (const auto& [content, kalTemp, code, want] : cases) {  // kalTemp null: unset
     SCOPED_TRACE(content);
     const std::string path = content.empty() ? "" : _Dir.Path() + "/./doc.xml";
-    if (!path.empty()) kaltest::WriteFile(path, content);
+    if (!path.empty()) WriteFile(path, content);
     ScopedEnv scoped("KalTemp", kalTemp);
     P parser;
     EXPECT_EQ(parser.InitParsing(path.c_str()), code);
     EXPECT_EQ(parser.RetrieveRootReferenceNode(), E_FAIL);  // no structure read, or tables dropped
-    KalLightXmlElementItf *tree = nullptr, *view = nullptr;
+    Element *tree = nullptr, *view = nullptr;
     parser.GetVorlaRootNode(&tree);
     parser.GetDefaultViewNode(&view);
     std::string found = Loaded(parser) + " " + NameOf(view) + " |";
     for (Lookup lookup : kLookups) {
-      KalLightXmlElementItf* node = &stale;
+      Element* node = &stale;
       EXPECT_EQ((parser.*lookup)(2, &node), E_FAIL);
       found += " " + NameOf(node);
     }
@@ -160,7 +132,6 @@ TEST_F(Loading, PlainFilesLoadByTheirSchemaVersionOrFailKeepingTheirTree) {
 // The manifest's first Root names the entry, else the archive's own name (an entry may bear it).
 TEST_F(Loading, ArchivesLoadTheEntryTheManifestNamesElseTheOneOfTheArchivesName) {
   // Manifest, text changed to make its entry read short, entry of the archive's name, results.
-  // clang-format off
   const std::tuple<const char*, const char*, bool, HRESULT, const char*, const char*> cases[] = {
       {"<Root>docs/a.xml</Root>", nullptr, false, S_OK, "docs/a.xml", "docs-a"},
       {"<Root>b.xml</Root><Root>a.xml</Root>", nullptr, false, S_OK, "b.xml", "b"},
@@ -172,24 +143,23 @@ TEST_F(Loading, ArchivesLoadTheEntryTheManifestNamesElseTheOneOfTheArchivesName)
       {nullptr, nullptr, true, S_OK, "pack.vorla", "self"},
       {"Root=a.xml <<<", nullptr, true, S_OK, "pack.vorla", "self"},
       {"<Other>a.xml</Other>", nullptr, true, S_OK, "pack.vorla", "self"}};
-  // clang-format on
   char real[PATH_MAX];
   ASSERT_NE(::realpath(_Dir.Path().c_str(), real), nullptr);
   const std::string archive = _Dir.File("pack.vorla");
   for (const auto& [manifest, damage, selfEntry, code, filePath, rootName] : cases) {
     SCOPED_TRACE(std::string(manifest ? manifest : "none") + " " + (damage ? damage : ""));
     // clang-format off
-    std::vector<kaltest::Entry> entries = {{"a.xml", Doc("a"), false}, {"b.xml", Doc("b"), false},
+    std::vector<Entry> entries = {{"a.xml", Doc("a"), false}, {"b.xml", Doc("b"), false},
         {"docs/a.xml", Doc("docs-a"), false}, {"broken.xml", "<Model><Header>", false}};
     // clang-format on
     if (manifest)
       entries.push_back({"Manifest.xml", std::string("<Manifest>") + manifest + "</Manifest>", 0});
     if (selfEntry) entries.push_back({"pack.vorla", Doc("self"), false});
-    kaltest::WriteArchive(archive, entries);
-    std::string bytes = kaltest::ReadFile(archive);
+    WriteArchive(archive, entries);
+    std::string bytes = ReadFile(archive);
     ASSERT_NE(bytes.find(damage ? damage : ""), std::string::npos);
     if (damage) bytes[bytes.find(damage)] ^= 1;
-    kaltest::WriteFile(archive, bytes);
+    WriteFile(archive, bytes);
     KalVorlaImportUtilities::_VorlaArchiveFile = "";
     P parser;
     KalUnicodeString root;
@@ -207,14 +177,13 @@ TEST_F(Loading, ArchivesLoadTheEntryTheManifestNamesElseTheOneOfTheArchivesName)
 // While the owner keeps the archive open, paths name its entries; only the owner closes it.
 TEST_F(Loading, OtherParsersReadEntriesOfTheArchiveTheOwnerKeepsOpen) {
   const std::string archive = _Dir.File("pack.vorla");
-  kaltest::WriteVorlaArchive(archive, "root.xml", Doc("main"), {{"child.vorla", Doc("child")}});
+  WriteVorlaArchive(archive, "root.xml", Doc("main"), {{"child.vorla", Doc("child")}});
   auto owner = std::make_unique<P>(), reader = std::make_unique<P>(),
        stranger = std::make_unique<P>();
   // Even the archive's own path names no entry; the owner's second load fails.
-  EXPECT_EQ((std::vector<HRESULT>{
-                owner->InitParsing(archive.c_str()), reader->InitParsing("child.vorla"),
-                stranger->InitParsing(archive.c_str()), owner->InitParsing("child.vorla")}),
-            (std::vector<HRESULT>{S_OK, S_OK, E_FAIL, E_FAIL}));
+  EXPECT_EQ((Codes{owner->InitParsing(archive.c_str()), reader->InitParsing("child.vorla"),
+                   stranger->InitParsing(archive.c_str()), owner->InitParsing("child.vorla")}),
+            (Codes{S_OK, S_OK, E_FAIL, E_FAIL}));
   EXPECT_EQ(Loaded(*reader) + " | " + Loaded(*stranger) + " | " + Loaded(*owner),
             "child.vorla child | " + archive + " <null> | child.vorla main");
   EXPECT_EQ((std::vector<bool>{Inspector::OwnsArchive(*reader), Inspector::OwnsArchive(*stranger),
@@ -231,16 +200,16 @@ TEST_F(Loading, OtherParsersReadEntriesOfTheArchiveTheOwnerKeepsOpen) {
 // A download that fails, however the server fails, leaves no part of itself and the copy already
 // there as it was; only a complete one replaces it. Stalling servers are given up on in time.
 TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
-  kaltest::HttpServer server;
+  HttpServer server;
   const std::string archive = _Dir.File("served.vorla");
   auto pack = [&](const std::string& xml) {
-    kaltest::WriteVorlaArchive(archive, "root.xml", xml);
-    return kaltest::ReadFile(archive);
+    WriteVorlaArchive(archive, "root.xml", xml);
+    return ReadFile(archive);
   };
   const std::string served = pack(Doc("served")), newer = pack(Doc("served", "3.0"));
   const std::string url = server.Url("/doc"), copy = _Dir.File("local.vorla");
   const std::string dir = _Dir.Path(), urlDir = url.substr(0, url.rfind('/'));
-  const std::tuple<kaltest::HttpServer::Route, HRESULT, const char*, std::string> cases[] = {
+  const std::tuple<HttpServer::Route, HRESULT, const char*, std::string> cases[] = {
       {{200, served, -1}, S_OK, "root.xml served", dir},
       {{200, newer, -1}, kVorlaVersionRefused, "root.xml <null>", dir},
       {{200, served, 10}, E_FAIL, " <null>", ""},
@@ -254,17 +223,17 @@ TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
   for (const auto& [route, code, loaded, documentDir] : cases) {  // loaded null: read from the URL
     SCOPED_TRACE(std::to_string(route.status) + " " + (loaded ? loaded : "plain XML"));
     server.Set("/doc", route);
-    kaltest::WriteFile(copy, "old");
+    WriteFile(copy, "old");
     P parser;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(parser.InitParsing(url.c_str()), code);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
     EXPECT_EQ(Loaded(parser), loaded ? loaded : url + " <null>");
     EXPECT_EQ(Inspector::DocumentDir(parser), documentDir);
-    const bool exists = kaltest::FileExists(copy);
-    EXPECT_EQ(exists ? kaltest::ReadFile(copy) : "<none>",
-              !loaded ? Doc("plain") : code == E_FAIL ? "old" : "<none>");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1 + exists);
+    const bool exists = FileExists(copy);
+    const std::string want = !loaded ? Doc("plain") : code == E_FAIL ? "old" : "<none>";
+    EXPECT_EQ(exists ? ReadFile(copy) : "<none>", want);
+    EXPECT_EQ(Listing(dir).size(), 1u + exists);
   }
   EXPECT_EQ(server.RequestCount(), 14);  // a redirection is followed five times
 }
@@ -323,7 +292,7 @@ std::string QueryDocument() {
       "</GeometricRepresentationSet>");
 }
 
-using Accessor = HRESULT (P::*)(KalLightXmlElementItf**);  // with what it finds in QueryDocument()
+using Accessor = HRESULT (P::*)(Element**);  // with what it finds in QueryDocument()
 // clang-format off
 const std::pair<Accessor, const char*> kAccessors[] = {
     {&P::GetProductStructureRootReference, "r1"}, {&P::GetDefaultViewNode, "view-2"},
@@ -340,11 +309,11 @@ class Queries : public ::testing::Test {
   // Checks the code of a call with an output preset to _Stale (named ""); gives its name.
   template <class Method, class... Args>
   std::string Found(HRESULT code, Method method, Args... args) {
-    KalLightXmlElementItf* node = &_Stale;
+    Element* node = &_Stale;
     EXPECT_EQ((_Parser.*method)(args..., &node), code);
     return NameOf(node);
   }
-  kaltest::TempDir _Dir;
+  TempDir _Dir;
   P _Parser;
   FakeElement _Stale;
 };
@@ -367,17 +336,17 @@ TEST_F(Queries, LoadingRecordsRootChildrenAndElementsByKindAndId) {
   for (auto counter : kCounters) EXPECT_EQ((_Parser.*counter)(count), E_FAIL);
   EXPECT_EQ(count, 42);
   KalUnicodeString text("stale"), root("stale");
-  KalLightXmlElementItf* node = nullptr;
-  EXPECT_EQ((std::vector<HRESULT>{_Parser.GetFilePath(text),
-                                  _Parser.GetVorlaRootFilePath("/some/where/doc.vorla", root),
-                                  _Parser.GetRepresentationNodeFromId(20, &node, 0)}),
-            (std::vector<HRESULT>{S_OK, S_OK, E_FAIL}));
+  Element* node = nullptr;
+  EXPECT_EQ(
+      (Codes{_Parser.GetFilePath(text), _Parser.GetVorlaRootFilePath("/some/where/doc.vorla", root),
+             _Parser.GetRepresentationNodeFromId(20, &node, 0)}),
+      (Codes{S_OK, S_OK, E_FAIL}));
   EXPECT_EQ(Str(text) + "|" + Str(root), "|doc.vorla");  // without an archive, the file name
   EXPECT_EQ(Found(E_INVALIDARG, &P::GetVorlaNodeFromOtherIDAttribute, 7, "Other", "owner") +
                 Found(E_FAIL, &P::GetRepresentationNode, 20u),
             "");
 
-  kaltest::WriteFile(_Dir.File("doc.xml"), QueryDocument());
+  WriteFile(_Dir.File("doc.xml"), QueryDocument());
   ASSERT_EQ(_Parser.InitParsing(_Dir.File("doc.xml").c_str()), S_OK);
   for (const auto& [get, found] : kAccessors) EXPECT_EQ(Found(S_OK, get), found);
   const std::tuple<int, int, HRESULT, const char*> cases[] = {
@@ -391,9 +360,9 @@ TEST_F(Queries, LoadingRecordsRootChildrenAndElementsByKindAndId) {
   KalRawCollPV one, nine;
   std::vector<int> counts;
   for (auto counter : kCounters) EXPECT_EQ((_Parser.*counter)(counts.emplace_back(-1)), S_OK);
-  EXPECT_EQ((std::vector<HRESULT>{_Parser.GetInstancesFromReference3D(1, &one),
-                                  _Parser.GetInstancesFromReference3D(9, &nine)}),
-            std::vector<HRESULT>(2, S_OK));
+  EXPECT_EQ((Codes{_Parser.GetInstancesFromReference3D(1, &one),
+                   _Parser.GetInstancesFromReference3D(9, &nine)}),
+            Codes(2, S_OK));
   EXPECT_EQ(Names(one) + " | " + Names(nine), "i2 i3 | i4");
   EXPECT_EQ(counts, (std::vector<int>{5, 3, 8}));
 
@@ -408,11 +377,11 @@ TEST_F(Queries, LoadingRecordsRootChildrenAndElementsByKindAndId) {
 
   EXPECT_EQ(_Parser.GetVorlaNodeFromOtherIDAttribute(7, "Instance3D", "owner", nullptr),
             E_INVALIDARG);
-  EXPECT_EQ((std::vector<HRESULT>{_Parser.GetSpecificExtensionNode(4, nullptr),
-                                  _Parser.GetRepresentationNode(2, nullptr),
-                                  _Parser.GetRepresentationNodeFromId(2, nullptr, 0),
-                                  _Parser.GetTechRepNodeFromId(4, nullptr, 0)}),
-            std::vector<HRESULT>(4, E_FAIL));
+  EXPECT_EQ((Codes{_Parser.GetSpecificExtensionNode(4, nullptr),
+                   _Parser.GetRepresentationNode(2, nullptr),
+                   _Parser.GetRepresentationNodeFromId(2, nullptr, 0),
+                   _Parser.GetTechRepNodeFromId(4, nullptr, 0)}),
+            Codes(4, E_FAIL));
 }
 
 // Counts skip null children; FromType matches the type attribute, FromName the tag (first wins).
@@ -437,7 +406,7 @@ TEST_F(Queries, DirectChildSearchesFindTheFirstMatchAndFailOnNullChildren) {
   FakeElement deep("Deep", {}, "deep", "Deep", "deep text"), wrapper("Wrapper", {&deep});
   FakeElement probe("Probe", {&empty, &a1, &b1, &a2, &wrapper}, "probe");
   FakeElement miss("Miss", {}, "miss", "Miss"), broken("Parent", {&miss, nullptr});
-  using Node = KalLightXmlElementItf*;
+  using Node = Element*;
   Node p = &probe, e = &empty, br = &broken, n = nullptr;
   const auto T = &P::GetVorlaChildNodeFromType, N = &P::GetVorlaChildNodeFromName;
   const std::tuple<decltype(T), Node, const char*, HRESULT, const char*> cases[] = {
@@ -481,10 +450,10 @@ TEST_F(Queries, ValueListsVectorsAndMatricesReadValuesInTextOrder) {
     int asInt = 42, intNext = -9, doubleNext = -9, floatNext = -9;
     double asDouble = 42;
     float asFloat = 0;
-    EXPECT_EQ((std::vector<HRESULT>{_Parser.GetNextValueInList(list, start, asInt, intNext),
-                                    _Parser.GetNextValueInList(list, start, asDouble, doubleNext),
-                                    _Parser.GetNextValueInList(list, start, asFloat, floatNext)}),
-              std::vector<HRESULT>(3, S_OK));
+    EXPECT_EQ((Codes{_Parser.GetNextValueInList(list, start, asInt, intNext),
+                     _Parser.GetNextValueInList(list, start, asDouble, doubleNext),
+                     _Parser.GetNextValueInList(list, start, asFloat, floatNext)}),
+              Codes(3, S_OK));
     EXPECT_EQ((std::vector<double>{double(asInt), asDouble}), std::vector<double>(2, value));
     EXPECT_TRUE(value == 42 || asFloat == value) << asFloat;  // else unspecified
     EXPECT_EQ((std::vector<int>{intNext, doubleNext, floatNext}), std::vector<int>(3, next));
@@ -506,18 +475,18 @@ TEST_F(Queries, ValueListsVectorsAndMatricesReadValuesInTextOrder) {
     std::vector<float> vector(13, kStale), floats(13, kStale);
     std::vector<double> doubles(13, kStale), want(values);
     want.resize(13, kStale);
-    EXPECT_EQ((std::vector<HRESULT>{_Parser.ConvertVector(&element, vector.data()),
-                                    _Parser.ConvertMatrix(&element, floats.data()),
-                                    _Parser.ConvertMatrix(&element, doubles.data())}),
-              std::vector<HRESULT>(3, *text ? S_OK : E_FAIL));
+    EXPECT_EQ((Codes{_Parser.ConvertVector(&element, vector.data()),
+                     _Parser.ConvertMatrix(&element, floats.data()),
+                     _Parser.ConvertMatrix(&element, doubles.data())}),
+              Codes(3, *text ? S_OK : E_FAIL));
     EXPECT_EQ(doubles, want);
     EXPECT_EQ(floats, std::vector<float>(want.begin(), want.end()));
     std::fill(want.begin() + 3, want.end(), kStale);
     EXPECT_EQ(vector, std::vector<float>(want.begin(), want.end()));
-    EXPECT_EQ((std::vector<HRESULT>{_Parser.ConvertVector(nullptr, vector.data()),
-                                    _Parser.ConvertMatrix(&element, static_cast<float*>(nullptr)),
-                                    _Parser.ConvertMatrix(nullptr, doubles.data())}),
-              std::vector<HRESULT>(3, E_INVALIDARG));
+    EXPECT_EQ((Codes{_Parser.ConvertVector(nullptr, vector.data()),
+                     _Parser.ConvertMatrix(&element, static_cast<float*>(nullptr)),
+                     _Parser.ConvertMatrix(nullptr, doubles.data())}),
+              Codes(3, E_INVALIDARG));
   }
 }
 
@@ -553,21 +522,21 @@ TEST_F(Queries, UrnsSplitIntoKindLocalityFileNameAndId) {
 // Every indexed lookup gives exactly the answers of the scan it replaces, past null entries too
 // (materials need an id > 0 and the exact tag; extensions an id other than 0, none giving -1).
 TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
-  kaltest::TempDir dir;
-  kaltest::WriteFile(dir.File("doc.xml"), QueryDocument());
+  TempDir dir;
+  WriteFile(dir.File("doc.xml"), QueryDocument());
   const auto c = [](HRESULT code) { return code == E_FAIL ? "F" : std::to_string(code); };
   FakeElement stale("Stale", {}, "~");  // "~": an output left alone
   const auto ask = [&](P& p, std::ostringstream& out) {
     for (const char* id : {"", "-1", "0", "1", "01", "5", "05", "6", "x"}) {
       FakeElement node("Node", {}, "", "", "", id);
       KalRawCollPV formats;
-      KalLightXmlElementItf* found = nullptr;
+      Element* found = nullptr;
       out << "[" << id << "] " << c(p.GetRepFormatsFromRepReference(&node, &formats)) << " "
           << Names(formats) << " " << c(p.GetGraphicPropertiesNode(&node, &found)) << " "
           << NameOf(found) << "; ";
     }
     for (unsigned int id : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 4294967293u, 4294967295u}) {
-      KalLightXmlElementItf *a = &stale, *b = &stale, *r = &stale, *m = &stale, *x = &stale;
+      Element *a = &stale, *b = &stale, *r = &stale, *m = &stale, *x = &stale;
       out << id << ": " << c(p.GetRepresentationNodeFromId(id, &a, 7)) << NameOf(a) << " "
           << c(p.GetTechRepNodeFromId(id, &b, 0)) << NameOf(b) << " "
           << c(p.GetRepresentationNode(id, &r)) << NameOf(r) << " "
@@ -596,7 +565,7 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
     Inspector::SetRepSet(withNulls, &broken);
     KalRawCollPV formats;
     formats.Append(&two);  // formats are appended
-    KalLightXmlElementItf* a = nullptr;
+    Element* a = nullptr;
     char* buffer = nullptr;
     unsigned int size = 0;
     KalUnicodeString tag;
@@ -608,7 +577,6 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
         << c(withNulls.GetRepresentationNode(3, &a)) << " "
         << c(withNulls.GetBufferFromGeometricRepresentationID("9", buffer, size, tag)) << " "
         << c(withNulls.GetBufferFromGeometricRepresentationID("2", buffer, size, tag));
-    // clang-format off
     EXPECT_EQ(out.str(),
               "[] 0  0 a2; [-1] 0  F <null>; [0] 0  5 <null>; [1] 0  0 a0; [01] 0  0 a3; "
               "[5] 0 f1 f2 f3 f5 f6 5 <null>; [05] 0 f1 f2 f3 f5 f6 5 <null>; [6] 0 f4 5 <null>; "
@@ -619,8 +587,8 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
               "4294967295: 7minus 1~ 0minus 12~ 0no-id; {2} 0 1 REP_DOC_TYPE_TG1; "
               "{02} 0 2 REP_DOC_TYPE_TG1; {-1} 0 0 REP_DOC_TYPE_TG1; {} 0 0 REP_DOC_TYPE_TG1; "
               "{x} 0 0 REP_DOC_TYPE_TG1; {9} 0 0 ; F two f1 f2 f3 f5 f6 | 0two F F F 24");
-    // clang-format on
   }
 }
 
 }  // namespace
+}  // namespace kaltest

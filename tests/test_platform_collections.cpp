@@ -1,13 +1,9 @@
 // Growable arrays, the hash table and the typed element list.
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "KalHashTable.h"
 #include "KalListPtrKalLightXmlElementItf.h"
-#include "KalRawColl.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 // The entries of a 1-based collection, in order.
@@ -98,27 +94,27 @@ TEST(KalHashTable, LookupsSurviveGrowthApplyFollowsInsertionOrderAndEqualRecords
 
 using ElementList = KalListPtrKalLightXmlElementItf;
 
-int FindSameTag(KalLightXmlElementItf* item, const ElementList& other) {
+int FindSameTag(Element* item, const ElementList& other) {
   for (int i = 1; i <= other.Size(); ++i)
     if (other[i]->GetType() == item->GetType()) return 0;
   return 1;
 }
 int gOuterCalls = 0;
 // Compares lists from inside a comparison; the outer callback must stay in force.
-int CountOuterAndNest(KalLightXmlElementItf* item, const ElementList& other) {
+int CountOuterAndNest(Element* item, const ElementList& other) {
   ++gOuterCalls;
-  KalLightXmlElementItf* single[] = {item};
+  Element* single[] = {item};
   ElementList::Compare(ElementList(single, 1), ElementList(single, 1),
-                       [](KalLightXmlElementItf*, const ElementList&) { return 1; });
+                       [](Element*, const ElementList&) { return 1; });
   return FindSameTag(item, other);
 }
 
 TEST(KalListPtrKalLightXmlElementItf, ArrayConstructionAndCompareThroughNestedTypedCallbacks) {
-  kaltest::FakeElement a("A"), b("B"), otherA("A"), otherB("B"), c("C");
-  KalLightXmlElementItf *first[] = {&a, &b, &c}, *same[] = {&otherB, &otherA},
-                        *reversed[] = {&b, &a}, *twice[] = {&otherA, &otherA};
+  FakeElement a("A"), b("B"), otherA("A"), otherB("B"), c("C");
+  Element *first[] = {&a, &b, &c}, *same[] = {&otherB, &otherA}, *reversed[] = {&b, &a},
+          *twice[] = {&otherA, &otherA};
   const ElementList ab(first, 2), ba(reversed, 2), other(same, 2), aa(twice, 2);
-  EXPECT_EQ(Items(ab), (std::vector<KalLightXmlElementItf*>{&a, &b}));
+  EXPECT_EQ(Items(ab), (std::vector<Element*>{&a, &b}));
   EXPECT_EQ(ElementList(nullptr, 4).Size() + ElementList(first, -1).Size(), 0);
   // Null compares addresses; every member of each list must be found in the other.
   EXPECT_EQ(
@@ -132,3 +128,4 @@ TEST(KalListPtrKalLightXmlElementItf, ArrayConstructionAndCompareThroughNestedTy
 }
 
 }  // namespace
+}  // namespace kaltest

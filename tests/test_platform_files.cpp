@@ -1,25 +1,12 @@
 // Paths, real paths, downloads, copies (local and downloaded) and deletion.
-#include <gtest/gtest.h>
-
 #include <filesystem>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "KalFiles.h"
 #include "KalHttp.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
-
-using kaltest::Str;
-
-std::set<std::string> Listing(const std::string& dir) {
-  std::set<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir))
-    names.insert(e.path().filename().string());
-  return names;
-}
 
 // The real path of `path` after the result code.
 std::string RealPath(const std::string& path) {
@@ -52,9 +39,9 @@ TEST(PlatformFiles, SplitCutsAtTheLastSlashMakeJoinsWithOneSlashAndTheyRoundTrip
 }
 
 TEST(PlatformFiles, FilesGetTheirCanonicalPathOtherNamesComeBackUnchanged) {
-  kaltest::TempDir dir;
+  TempDir dir;
   std::filesystem::create_directory(dir.File("sub"));
-  kaltest::WriteFile(dir.File("sub/doc.xml"), "<Root/>");
+  WriteFile(dir.File("sub/doc.xml"), "<Root/>");
   std::filesystem::create_directory_symlink(dir.File("sub"), dir.File("link"));
   const std::string expected = "0 " + std::filesystem::canonical(dir.File("sub/doc.xml")).string();
   for (const std::string& name :
@@ -77,20 +64,20 @@ std::string BinaryBody(size_t size) {
 }
 
 TEST(PlatformFiles, CopiesAndDownloadsAreByteExactReplaceOnlyAsToldAndFailuresLeaveNothing) {
-  kaltest::TempDir dir;
-  kaltest::HttpServer server;
+  TempDir dir;
+  HttpServer server;
   const std::string content = BinaryBody(3u << 20), body = BinaryBody(1u << 20);
   server.Set("/big.bin", {200, body});
   server.Set("/empty", {200, ""});
   server.Set("/broken", {500, "server trouble"});
   for (long cut : {0L, 1000L, 99999L})
     server.Set("/cut" + std::to_string(cut), {200, BinaryBody(100000), cut});
-  kaltest::WriteFile(dir.File("source"), content);  // beyond one copy chunk
-  kaltest::WriteFile(dir.File("kept"), "old");
-  kaltest::WriteFile(dir.File("replaced"), "old content that is longer");
+  WriteFile(dir.File("source"), content);  // beyond one copy chunk
+  WriteFile(dir.File("kept"), "old");
+  WriteFile(dir.File("replaced"), "old content that is longer");
   std::filesystem::create_directory(dir.File("folder"));
   const std::string refused =
-      "http://127.0.0.1:" + std::to_string(kaltest::UnusedLoopbackPort()) + "/doc.vorla";
+      "http://127.0.0.1:" + std::to_string(UnusedLoopbackPort()) + "/doc.vorla";
   for (const std::string& url :
        {server.Url("/missing.vorla"), server.Url("/broken"), refused, server.Url("/cut0"),
         server.Url("/cut1000"), server.Url("/cut99999")})
@@ -126,8 +113,8 @@ TEST(PlatformFiles, CopiesAndDownloadsAreByteExactReplaceOnlyAsToldAndFailuresLe
                               : KalFCopy(&from, &to, c.overwrite),
               c.rc)
         << c.from << " to " << c.to;
-    const bool exists = kaltest::FileExists(dir.File(c.to));
-    EXPECT_TRUE((exists ? kaltest::ReadFile(dir.File(c.to)) : "<none>") == c.after) << c.to;
+    const bool exists = FileExists(dir.File(c.to));
+    EXPECT_TRUE((exists ? ReadFile(dir.File(c.to)) : "<none>") == c.after) << c.to;
   }
   const KalUnicodeString from(source.c_str()), empty("");
   EXPECT_EQ(KalFCopy(&from, &empty, 1), E_INVALIDARG);
@@ -141,3 +128,4 @@ TEST(PlatformFiles, CopiesAndDownloadsAreByteExactReplaceOnlyAsToldAndFailuresLe
 }
 
 }  // namespace
+}  // namespace kaltest

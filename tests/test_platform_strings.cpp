@@ -1,14 +1,10 @@
 // KalUnicodeString: ownership of borrowed text, aliasing, comparison, searching and numbers.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "KalUnicodeString.h"
+#include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 TEST(KalUnicodeString, CopiesOfBorrowedTextOwnItAndChangesNeverWriteIntoIt) {
@@ -60,37 +56,35 @@ TEST(KalUnicodeString, SearchForwardFromStartOrBackwardLeavingStartCharactersOff
             (std::vector<int>{-1, 10, -1, 4, 1, -1}));
 }
 
-// The result of converting `text` into an output that held 99, and the output.
+// "result:output " of converting `text` into an output that held 99.
 template <typename T>
-std::pair<int, T> Convert(const char* text, const char* format) {
+std::string Convert(const char* text, const char* format) {
   T value = 99;
-  return {KalUnicodeString(text).ConvertToNum(&value, format), value};
+  std::ostringstream out;
+  out << KalUnicodeString(text).ConvertToNum(&value, format) << ":" << value << " ";
+  return out.str();
 }
 
 TEST(KalUnicodeString, ConvertToNumReadsEachFormatAndLeavesTheOutputAloneOnFailure) {
-  EXPECT_EQ(Convert<int>(" 12abc", "%d"), std::make_pair(1, 12));
-  EXPECT_EQ(Convert<int>("-42", "%d"), std::make_pair(1, -42));
-  EXPECT_EQ(Convert<int>("0x1F", "%d"), std::make_pair(1, 0));
-  EXPECT_EQ(Convert<unsigned int>("-1", "%u"), std::make_pair(1, 4294967295u));
-  EXPECT_EQ(Convert<double>(" -0.25 rest", "%le"), std::make_pair(1, -0.25));
-  EXPECT_EQ(Convert<double>("3.14159", "%.2le"), std::make_pair(1, 3.14159))
-      << "the precision does not round what is read";
+  // The precision of a format does not round what is read.
+  EXPECT_EQ(Convert<int>(" 12abc", "%d") + Convert<int>("-42", "%d") + Convert<int>("0x1F", "%d") +
+                Convert<unsigned int>("-1", "%u") + Convert<double>(" -0.25 rest", "%le") +
+                Convert<double>("3.14159", "%.2le"),
+            "1:12 1:-42 1:0 1:4294967295 1:-0.25 1:3.14159 ");
   // Runs of digits around the short path's limit keep the low bits of what strtoll and
   // strtoull give, clamping included.
   for (const char* text : {"007", "4294967297", "123456789012345678", "1234567890123456789",
-                           "99999999999999999999", "12 34"}) {
-    EXPECT_EQ(Convert<int>(text, "%d"),
-              std::make_pair(1, static_cast<int>(std::strtoll(text, nullptr, 10))))
+                           "99999999999999999999", "12 34"})
+    EXPECT_EQ(Convert<int>(text, "%d") + Convert<unsigned int>(text, "%u"),
+              "1:" + std::to_string(static_cast<int>(std::strtoll(text, nullptr, 10))) + " 1:" +
+                  std::to_string(static_cast<unsigned int>(std::strtoull(text, nullptr, 10))) + " ")
         << text;
-    EXPECT_EQ(Convert<unsigned int>(text, "%u"),
-              std::make_pair(1, static_cast<unsigned int>(std::strtoull(text, nullptr, 10))))
+  for (const char* text : {"abc", "", "   ", "-", "+x"})
+    EXPECT_EQ(
+        Convert<int>(text, "%d") + Convert<unsigned int>(text, "%u") + Convert<double>(text, "%le"),
+        "-1:99 -1:99 -1:99 ")
         << text;
-  }
-  for (const char* text : {"abc", "", "   ", "-", "+x"}) {
-    EXPECT_EQ(Convert<int>(text, "%d"), std::make_pair(-1, 99)) << text;
-    EXPECT_EQ(Convert<unsigned int>(text, "%u"), std::make_pair(-1, 99u)) << text;
-    EXPECT_EQ(Convert<double>(text, "%le"), std::make_pair(-1, 99.0)) << text;
-  }
 }
 
 }  // namespace
+}  // namespace kaltest

@@ -1,19 +1,13 @@
 // Base64 decoding, tessellations read from XML, and Qsr buffers written and read back.
-#include <gtest/gtest.h>
-
 #include <cctype>
 #include <cstring>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "KalCodePage.h"
 #include "KalHResult.h"
 #include "KalViz.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 // The result code and bytes of decoding `text`; the output is checked to be null exactly on
@@ -95,8 +89,7 @@ int Checked(Read read, Rep* out) {
 }
 int ReadXml(const std::string& xml, Rep* out = nullptr, int format = 0) {
   KalVizXMLStreamOptions options(format);
-  return Checked([&](KalRep*& rep) { return KalReadXML(*kaltest::ParseXml(xml), options, rep); },
-                 out);
+  return Checked([&](KalRep*& rep) { return KalReadXML(*ParseXml(xml), options, rep); }, out);
 }
 int ReadQsr(const std::string& qsr, Rep* out = nullptr) {
   return Checked([&](KalRep*& rep) { return KalReadQsr(qsr.data(), int(qsr.size()), rep); }, out);
@@ -133,9 +126,8 @@ TEST(VizTessellation, RefusesEveryFlawWithoutARep) {
   EXPECT_EQ(ReadXml(Mesh(p3), nullptr, 1), E_FAIL);
   EXPECT_EQ(ReadXml("<Rep><associatedxml/></Rep>"), E_FAIL);
   EXPECT_EQ(ReadXml(Mesh("<Strip>0 1 2 3</Strip>" + p3)), E_FAIL);  // indices before positions
-  for (const std::string values :
-       {"0 0", "0 0 1x", "0 0 inf", "0 0 nan", "0 0 1e39", "0 0 1e999", "0 0 -1e999", "0,0,0",
-        "0 0 0x1"})
+  for (const std::string values : {"0 0", "0 0 1x", "0 0 inf", "0 0 nan", "0 0 1e39", "0 0 1e999",
+                                   "0 0 -1e999", "0,0,0", "0 0 0x1"})
     EXPECT_EQ(ReadXml(Mesh("<Positions>" + values + "</Positions>")), E_FAIL) << values;
   for (const char* tail :
        {"<Positions>0 0 0</Positions>", "<Normals>0 0 1</Normals>", "<Normals/><Normals/>",
@@ -145,10 +137,10 @@ TEST(VizTessellation, RefusesEveryFlawWithoutARep) {
         "<Triangles>0 1 4294967298</Triangles>", "<Strip>0 1 99999999999999999999</Strip>"})
     EXPECT_EQ(ReadXml(Mesh(p3 + tail)), E_FAIL) << tail;
   // A child walk that hands out a null child, in the representation or in a mesh.
-  kaltest::FakeElement mesh("Mesh", {nullptr}), associated("AssociatedXML", {&mesh}),
+  FakeElement mesh("Mesh", {nullptr}), associated("AssociatedXML", {&mesh}),
       damagedMesh("Rep", {&associated}), damagedRep("Rep", {nullptr});
   KalVizXMLStreamOptions options;
-  for (const kaltest::FakeElement* root : {&damagedRep, &damagedMesh})
+  for (const FakeElement* root : {&damagedRep, &damagedMesh})
     EXPECT_EQ(Checked([&](KalRep*& rep) { return KalReadXML(*root, options, rep); }, nullptr),
               E_FAIL);
 }
@@ -212,3 +204,4 @@ TEST(VizQsr, MeshesRoundTripWithStripsAndFansExpandedFacesOnlyDropsTheRestDamage
 }
 
 }  // namespace
+}  // namespace kaltest

@@ -1,16 +1,11 @@
 // Archive access: what OpenZip takes for an archive, whole and piecewise reads, damage.
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "KalHResult.h"
 #include "KalSysZipFile.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 constexpr int kEntryInvalid = static_cast<int>(0x8007000Du);
@@ -71,20 +66,20 @@ void Damage(std::string& bytes, const std::string& name, size_t field, uint32_t 
 }
 
 TEST(PlatformZip, EntriesAreListedInOrderAndReadWholeAndInPiecesByteExact) {
-  kaltest::TempDir dir;
+  TempDir dir;
   // geo/big.bin is large enough for its compressed payload to get a mapping of its own.
-  const std::vector<kaltest::Entry> own = {{"root.xml", "<Root>" + Bytes(20000, 3) + "</Root>"},
-                                           {"geo/mesh.bin", Bytes(200000, 7, false), false},
-                                           {"geo/big.bin", Bytes(24u << 20, 42)},
-                                           {"empty.txt", ""}};
-  kaltest::WriteArchive(dir.File("libzip.zip"), own);
-  ASSERT_GT(kaltest::ReadFile(dir.File("libzip.zip")).size(), (4u << 20) + 300000);
+  const std::vector<Entry> own = {{"root.xml", "<Root>" + Bytes(20000, 3) + "</Root>"},
+                                  {"geo/mesh.bin", Bytes(200000, 7, false), false},
+                                  {"geo/big.bin", Bytes(24u << 20, 42)},
+                                  {"empty.txt", ""}};
+  WriteArchive(dir.File("libzip.zip"), own);
+  ASSERT_GT(ReadFile(dir.File("libzip.zip")).size(), (4u << 20) + 300000);
   // Read from a pipe, zip cannot seek back: sizes and CRC follow the data in a descriptor.
-  kaltest::WriteFile(dir.File("piped.src"), Bytes(70000, 5));
+  WriteFile(dir.File("piped.src"), Bytes(70000, 5));
   const std::string zip = "cd '" + dir.Path() + "' && zip -q -X streamed.zip - < piped.src";
   ASSERT_EQ(std::system(zip.c_str()), 0);
 
-  using Case = std::pair<const char*, std::vector<kaltest::Entry>>;
+  using Case = std::pair<const char*, std::vector<Entry>>;
   for (const auto& [archive, entries] :
        {Case{"libzip.zip", own}, Case{"streamed.zip", {{"-", Bytes(70000, 5)}}}}) {
     KalSysZipFile zip;
@@ -104,19 +99,19 @@ TEST(PlatformZip, EntriesAreListedInOrderAndReadWholeAndInPiecesByteExact) {
 }
 
 TEST(PlatformZip, BrokenFilesAreNoArchivesAndDamagedEntriesFailSparingTheOthers) {
-  kaltest::TempDir dir;
+  TempDir dir;
   // A deflated and a stored entry to damage (past 20000 bytes of data), one to leave intact.
-  kaltest::WriteArchive(dir.File("good.zip"), {{"text.bin", Bytes(300000, 77)},
-                                               {"blob.bin", Bytes(50000, 78, false), false},
-                                               {"ok.txt", "fine"}});
-  const std::string good = kaltest::ReadFile(dir.File("good.zip"));
+  WriteArchive(dir.File("good.zip"), {{"text.bin", Bytes(300000, 77)},
+                                      {"blob.bin", Bytes(50000, 78, false), false},
+                                      {"ok.txt", "fine"}});
+  const std::string good = ReadFile(dir.File("good.zip"));
   std::vector<std::string> paths = {dir.File("missing.vorla"), dir.Path(), ""};
   for (const std::string& content :
        {std::string("<?xml version=\"1.0\"?><Root/>"), std::string(), good.substr(1),
         good.substr(0, good.size() / 2), good.substr(0, good.size() - 1),
         good.substr(0, good.size() - 22), Bytes(100000, 1, false)}) {
     paths.push_back(dir.File("file" + std::to_string(paths.size())));
-    kaltest::WriteFile(paths.back(), content);
+    WriteFile(paths.back(), content);
   }
   for (const std::string& path : paths) {  // which also closes the archive open before
     KalSysZipFile zip;
@@ -139,7 +134,7 @@ TEST(PlatformZip, BrokenFilesAreNoArchivesAndDamagedEntriesFailSparingTheOthers)
     SCOPED_TRACE(entry + std::string(" at ") + std::to_string(field));
     std::string bytes = good, whole, pieces, other;
     Damage(bytes, entry, field, mask);
-    kaltest::WriteFile(dir.File("bad.zip"), bytes);
+    WriteFile(dir.File("bad.zip"), bytes);
     KalSysZipFile zip;
     ASSERT_EQ(Open(zip, dir.File("bad.zip").c_str()), S_OK);
     ASSERT_EQ(OpenEntry(zip, entry), S_OK);
@@ -157,10 +152,11 @@ TEST(PlatformZip, BrokenFilesAreNoArchivesAndDamagedEntriesFailSparingTheOthers)
   std::string bytes = good;
   Damage(bytes, "text.bin", kSize, 300000 ^ 0x0FFFFFFFu);
   Damage(bytes, "blob.bin", kSize, 50000 ^ 0x0FFFFFFFu);
-  kaltest::WriteFile(dir.File("bad.zip"), bytes);
+  WriteFile(dir.File("bad.zip"), bytes);
   KalSysZipFile zip;
   ASSERT_EQ(Open(zip, dir.File("bad.zip").c_str()), S_OK);
   for (const char* name : {"text.bin", "blob.bin"}) EXPECT_EQ(OpenEntry(zip, name), kEntryInvalid);
 }
 
 }  // namespace
+}  // namespace kaltest

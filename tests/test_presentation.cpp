@@ -1,23 +1,12 @@
 // Presentation: graphic properties and materials, colours, views and viewpoints of the three
 // kinds, and per-occurrence view properties.
-#include <gtest/gtest.h>
 
-#include <cmath>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "KalVorlaParser.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 using P = KalVorlaParser;
-using kaltest::FakeElement;
-using kaltest::NameOf;
-using kaltest::Str;
 
 const std::string F = std::to_string(E_FAIL), I = std::to_string(E_INVALIDARG);
 
@@ -33,7 +22,7 @@ std::string Ints(const KalRawCollint& ints) {
 }
 
 // clang-format off
-const std::string kDocument = kaltest::VorlaXml(
+const std::string kDocument = VorlaXml(
     "<ProductStructure>" + Aspect("1", "<GraphicProperties name='gp1'><SurfaceAttributes "
     "xsi:type='SurfaceAttributesType'><MaterialId>3</MaterialId><Color red='1' green='0' blue='0'/>"
     "</SurfaceAttributes><LineAttributes xsi:type='LineAttributesType' lineType='DASHED' "
@@ -76,7 +65,7 @@ class Presentation : public ::testing::Test {
  protected:
   void SetUp() override { Load(kDocument); }
   void Load(const std::string& xml) {
-    kaltest::WriteFile(_Dir.File("doc.xml"), xml);
+    WriteFile(_Dir.File("doc.xml"), xml);
     _Parser = std::make_unique<P>();
     ASSERT_EQ(_Parser->InitParsing(_Dir.File("doc.xml").c_str()), S_OK);
   }
@@ -84,13 +73,13 @@ class Presentation : public ::testing::Test {
   // null: no node), then what the readers make of them.
   std::string Properties(const char* id) {
     FakeElement node("Node", {}, "", "", "", id ? id : "");
-    KalLightXmlElementItf* gp = &_Stale;
+    Element* gp = &_Stale;
     const HRESULT code = _Parser->GetGraphicPropertiesNode(id ? &node : nullptr, &gp);
     return std::to_string(code) + " " + NameOf(gp) + (code == S_OK ? " " + Attributes(gp) : "");
   }
   // Surface code:element, line code:type:thickness:sum of rgb, behaviour code:visible,selectable.
-  std::string Attributes(KalLightXmlElementItf* gp) {
-    KalLightXmlElementItf* surface = nullptr;
+  std::string Attributes(Element* gp) {
+    Element* surface = nullptr;
     double rgb[3] = {7, 7, 7};
     unsigned int type = 7;
     float thickness = 7;
@@ -107,7 +96,7 @@ class Presentation : public ::testing::Test {
   // What the reader of its kind makes of `viewpoint`: the code, then for cameras the four
   // vectors ("-": unwritten; every written array is released) and the distances, for custom
   // ones the view matrix and whether the projection was written.
-  std::string Camera(HRESULT kind, KalLightXmlElementItf* viewpoint) {
+  std::string Camera(HRESULT kind, Element* viewpoint) {
     float *v[4] = {nullptr, nullptr, nullptr, nullptr}, d[4] = {7, 7, 7, 7}, *projection = d;
     std::ostringstream out;
     const auto read =
@@ -128,7 +117,7 @@ class Presentation : public ::testing::Test {
   }
   // A view's code and name/description, then its viewpoint's code and what Camera makes of it.
   std::string ViewSummary(int id) {
-    KalLightXmlElementItf *view = nullptr, *viewpoint = &_Stale;
+    Element *view = nullptr, *viewpoint = &_Stale;
     KalUnicodeString name, description("none");
     const HRESULT code = _Parser->GetAlternateView(id, &view, name, description);
     const std::string got = std::to_string(code) + " " + Str(name) + "/" + Str(description);
@@ -139,9 +128,9 @@ class Presentation : public ::testing::Test {
   }
   // A view property's code, position ("-": unwritten; a written one is released), graphic
   // properties and representation.
-  std::string PropertyData(KalLightXmlElementItf* property) {
+  std::string PropertyData(Element* property) {
     double* position = nullptr;
-    KalLightXmlElementItf* gp = nullptr;
+    Element* gp = nullptr;
     KalUnicodeString representation("none");
     std::ostringstream out;
     out << _Parser->GetAlternateViewPropertyData(property, &position, &gp, representation);
@@ -151,7 +140,7 @@ class Presentation : public ::testing::Test {
     return out.str();
   }
 
-  kaltest::TempDir _Dir;
+  TempDir _Dir;
   std::unique_ptr<P> _Parser;
   FakeElement _Stale{"Stale", {}, "stale"};
 };
@@ -167,7 +156,7 @@ TEST_F(Presentation, GraphicPropertiesTheirAttributesAndMaterials) {
   EXPECT_EQ(Properties("2") + " | " + Properties("4") + " | " + Properties("-1") + " | " +
                 Properties(nullptr),
             "5 <null> | 5 <null> | " + F + " <null> | " + I + " stale");
-  const auto materialIdOnly = kaltest::ParseXml(
+  const auto materialIdOnly = ParseXml(
       "<GraphicProperties><SurfaceAttributes xsi:type='SurfaceAttributesType'><MaterialId>3"
       "</MaterialId></SurfaceAttributes></GraphicProperties>");
   EXPECT_EQ(Attributes(materialIdOnly.get()), "10:MaterialId " + F + ":7:7:21 " + F + ":77");
@@ -177,7 +166,7 @@ TEST_F(Presentation, GraphicPropertiesTheirAttributesAndMaterials) {
 
   std::string materials;  // code, and whether a material was handed out, for ids 3 4 5 6 0 99
   for (unsigned int id : {3, 4, 5, 6, 0, 99}) {
-    KalLightXmlElementItf* found = nullptr;
+    Element* found = nullptr;
     const HRESULT code = _Parser->GetGraphicMaterialNode(id, &found);
     materials += std::to_string(code) + (found ? "+ " : "- ");
   }
@@ -186,21 +175,26 @@ TEST_F(Presentation, GraphicPropertiesTheirAttributesAndMaterials) {
 }
 
 // Unset components are exactly -1; the alpha-only test looks at red and blue alone; nothing
-// is clamped; a component that is no number leaves the output as it was.
+// is clamped, out of range is as strtod reads it; a component that is no number leaves the
+// output as it was.
 TEST_F(Presentation, ColorComponentsAndTheCodeOfWhatIsSet) {
-  const std::tuple<const char*, HRESULT, std::vector<double>> cases[] = {
-      {"red='1' green='0' blue='0'", kVorlaColorWithoutAlpha, {1, 0, 0, 9}},
-      {"red='0.5' green='1e999' blue='2' alpha='0.3'", kVorlaColorWithAlpha, {.5, HUGE_VAL, 2, .3}},
-      {"red='-1' green='-1' blue='-1'", kVorlaAbsent, {-1, -1, -1, 9}},
-      {"red='-1' green='0.5' blue='-1' alpha='0.3'", kVorlaAlphaOnly, {-1, 0.5, -1, 0.3}},
-      {"red='x' green='0' blue='0'", kVorlaColorWithoutAlpha, {9, 0, 0, 9}},
-      {"red='1' blue='0'", E_FAIL, {1, 9, 9, 9}}};
+  const std::tuple<const char*, HRESULT, const char*> cases[] = {
+      {"red='1' green='0' blue='0'", kVorlaColorWithoutAlpha, "1 0 0 9"},
+      {"red='0.5' green='1e999' blue='2' alpha='0.3'", kVorlaColorWithAlpha, "0.5 inf 2 0.3"},
+      {"red='-1' green='-1' blue='-1'", kVorlaAbsent, "-1 -1 -1 9"},
+      {"red='-1' green='0.5' blue='-1' alpha='0.3'", kVorlaAlphaOnly, "-1 0.5 -1 0.3"},
+      {"red='x' green='0' blue='0'", kVorlaColorWithoutAlpha, "9 0 0 9"},
+      {"red='1' blue='0'", E_FAIL, "1 9 9 9"},
+      {"red='1e999' green='nan' blue='-1e400' alpha='99999999999999999999'", kVorlaColorWithAlpha,
+       "inf nan -inf 1e+20"}};
   for (const auto& [attributes, code, want] : cases) {  // components preset to 9
-    auto color = kaltest::ParseXml(std::string("<Color ") + attributes + "/>");
-    std::vector<double> rgba(4, 9.0);
-    EXPECT_EQ(_Parser->GetColor(color.get(), rgba[0], rgba[1], rgba[2], rgba[3]), code)
-        << attributes;
-    EXPECT_EQ(rgba, want) << attributes;
+    auto color = ParseXml(std::string("<Color ") + attributes + "/>");
+    double rgba[4] = {9, 9, 9, 9};
+    std::ostringstream read;  // 12 digits: -1 is exactly -1
+    read.precision(12);
+    read << _Parser->GetColor(color.get(), rgba[0], rgba[1], rgba[2], rgba[3]) << " | " << rgba[0]
+         << " " << rgba[1] << " " << rgba[2] << " " << rgba[3];
+    EXPECT_EQ(read.str(), std::to_string(code) + " | " + want) << attributes;
   }
   double v = 0;
   EXPECT_EQ(_Parser->GetColor(nullptr, v, v, v, v), E_INVALIDARG);
@@ -239,7 +233,7 @@ TEST_F(Presentation, ViewListOfDocumentsWithOneKindOfViewOrNone) {
       {"", "8 : " + F + " /none"},
       {"<AlternateViewSet><AlternateView id='4'/></AlternateViewSet>", "0 0 4: " + F + " /none"}};
   for (const auto& [body, want] : cases) {
-    Load(kaltest::VorlaXml(std::string("<ProductStructure/>") + body));
+    Load(VorlaXml(std::string("<ProductStructure/>") + body));
     KalRawCollint ids;
     const HRESULT code = _Parser->GetAlternateViewList(ids);
     EXPECT_EQ(std::to_string(code) + " " + Ints(ids) + ": " + ViewSummary(0), want) << body;
@@ -251,7 +245,7 @@ TEST_F(Presentation, ViewListOfDocumentsWithOneKindOfViewOrNone) {
 // position fails with its zeroed array already the caller's.
 TEST_F(Presentation, ViewPropertiesOverrideOccurrences) {
   KalRawCollint ids, none;
-  KalLightXmlElementItf* front = nullptr;
+  Element* front = nullptr;
   ASSERT_EQ(_Parser->GetDefaultViewNode(&front), S_OK);
   ASSERT_EQ(_Parser->GetOccurenceIdList(front, ids), S_OK);
   EXPECT_EQ(_Parser->GetOccurenceIdList(nullptr, ids), E_FAIL);
@@ -262,7 +256,7 @@ TEST_F(Presentation, ViewPropertiesOverrideOccurrences) {
       {2, "0 p2 0 - only none"},
       {9, "8 stale"}};
   for (const auto& [occurrence, want] : lookups) {
-    KalLightXmlElementItf* property = &_Stale;
+    Element* property = &_Stale;
     const HRESULT code = _Parser->GetAlternateViewProperty(front, occurrence, &property);
     EXPECT_EQ(std::to_string(code) + " " + NameOf(property) +
                   (code == S_OK ? " " + PropertyData(property) : ""),
@@ -270,7 +264,7 @@ TEST_F(Presentation, ViewPropertiesOverrideOccurrences) {
   }
   EXPECT_EQ(_Parser->GetAlternateViewProperty(&_Stale, 5, nullptr), kVorlaAbsent);  // childless
   EXPECT_EQ(_Parser->GetAlternateViewProperty(nullptr, 5, nullptr), E_FAIL);
-  KalLightXmlElementItf* p5b = nullptr;
+  Element* p5b = nullptr;
   for (KalPosition cursor = front->GetHeadPosition(); cursor != nullptr;)
     p5b = front->GetNextChild(cursor);  // the last child, behind p5 with the same id
   EXPECT_EQ(PropertyData(p5b), F + " 0 0 0 0 0 0 0 0 0 0 0 0 <null> none");
@@ -278,3 +272,4 @@ TEST_F(Presentation, ViewPropertiesOverrideOccurrences) {
 }
 
 }  // namespace
+}  // namespace kaltest

@@ -1,22 +1,12 @@
 // Representation data: a walk of an assembly spread over two documents down to every buffer,
 // geometry buffers and locations.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "KalViz.h"
-#include "KalVorlaParser.h"
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 using P = KalVorlaParser;
-using kaltest::Entity;
-using kaltest::NameOf;
-using kaltest::Str;
 
 std::string RepFormat(const std::string& name, const std::string& urn, const char* version) {
   return "<RepFormat xsi:type='RepFormatType' owner='5' name='" + name + "' associatedFile='" +
@@ -76,7 +66,7 @@ class Assembly : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
     const std::string T = "TESSELLATED", E = "EXACT";
-    const std::string root = kaltest::VorlaXml(
+    const std::string root = VorlaXml(
         "<ProductStructure root='1'>" + Entity("Reference3D", "id='1' name='Asm'") +
         Entity("Instance3D", "id='2' name='wheel'", "1", "urn:VORLA:Reference:loc:3") +
         Entity("Instance3D", "id='6' name='bracket'", "1", "urn:VORLA:Reference:ext:Part.vorla#1") +
@@ -95,33 +85,31 @@ class Assembly : public ::testing::TestWithParam<bool> {
         Rep("8", T, "1.0", kMesh + Data("QUI=") + kMesh) + Rep("9", T, "1.1", "<Other/>") +
         Rep("10", T, "1.0", kMesh) + Rep("10", T, "1.0", Data("QQ==")) +
         Rep("11", T, "1.0", kMesh) + Rep("11", E, "3.0", "") + "</GeometricRepresentationSet>");
-    const std::string part = kaltest::VorlaXml(
-        "<ProductStructure root='1'>" + Entity("Reference3D", "id='1' name='Part'") +
-        Entity("InstanceRep", "id='2'", "1", "urn:VORLA:ReferenceRep:loc:5") +
-        Entity("ReferenceRep", "id='5'") +
-        RepFormat("own", "urn:VORLA:Representation:loc:30", "2.1") +
-        "</ProductStructure><GeometricRepresentationSet>" + Rep("30", T, "2.1", kMesh, "mesh") +
-        "</GeometricRepresentationSet>");
+    const std::string part =
+        VorlaXml("<ProductStructure root='1'>" + Entity("Reference3D", "id='1' name='Part'") +
+                 Entity("InstanceRep", "id='2'", "1", "urn:VORLA:ReferenceRep:loc:5") +
+                 Entity("ReferenceRep", "id='5'") +
+                 RepFormat("own", "urn:VORLA:Representation:loc:30", "2.1") +
+                 "</ProductStructure><GeometricRepresentationSet>" +
+                 Rep("30", T, "2.1", kMesh, "mesh") + "</GeometricRepresentationSet>");
     const std::string path = _Dir.File(GetParam() ? "assembly.vorla" : "Root.vorla");
-    const std::vector<kaltest::Entry> more = {
-        {"Part.vorla", part}, {"junk.vorla", "not xml"}, {"g", ""}};
-    GetParam() ? kaltest::WriteVorlaArchive(path, "Root.vorla", root, more)
-               : kaltest::WriteFile(path, root);
+    const std::vector<Entry> more = {{"Part.vorla", part}, {"junk.vorla", "not xml"}, {"g", ""}};
+    GetParam() ? WriteVorlaArchive(path, "Root.vorla", root, more) : WriteFile(path, root);
     for (const auto& file : more) {
-      if (!GetParam()) kaltest::WriteFile(_Dir.File(file.name), file.content);
+      if (!GetParam()) WriteFile(_Dir.File(file.name), file.content);
     }
     ASSERT_EQ(_Parser.InitParsing(path.c_str()), S_OK);
   }
   // Walks down from `reference` with only what a caller has, describing every format met.
-  void Walk(P& parser, KalLightXmlElementItf* reference, const std::string& at) {
-    KalLightXmlElementItf* child = nullptr;
+  void Walk(P& parser, Element* reference, const std::string& at) {
+    Element* child = nullptr;
     KalUnicodeString file;
     int id = 0, childId = 0;
     parser.GetEntityLocalID(reference, id);
     KalRawCollPV instances, reps;
     ASSERT_EQ(parser.GetInstancesFromReference3D(id, &instances), S_OK);
     for (int i = 1; i <= instances.Size(); ++i) {
-      auto* instance = static_cast<KalLightXmlElementItf*>(instances[i]);
+      auto* instance = static_cast<Element*>(instances[i]);
       parser.GetEntityLocalID(instance, id);
       ASSERT_EQ(parser.GetReference3DFromInstance3D(id, &child, file, childId), S_OK);
       P other;  // reads a reference that lives in another file
@@ -134,14 +122,14 @@ class Assembly : public ::testing::TestWithParam<bool> {
     }
     ASSERT_EQ(parser.GetRepInstancesFromReference3D(reference, &reps), S_OK);
     for (int i = 1; i <= reps.Size(); ++i) {
-      auto* rep = static_cast<KalLightXmlElementItf*>(reps[i]);
+      auto* rep = static_cast<Element*>(reps[i]);
       ASSERT_EQ(parser.GetReferenceRepFromInstanceRep(rep, &child, file, childId), S_OK);
       KalRawCollPV formats;
       ASSERT_EQ(parser.GetRepFormatsFromRepReference(child, &formats), S_OK);
       for (int f = 1; f <= formats.Size(); ++f) {
-        auto* format = static_cast<KalLightXmlElementItf*>(formats[f]);
+        auto* format = static_cast<Element*>(formats[f]);
         KalUnicodeString docType, location, tag;
-        KalLightXmlElementItf* representation = nullptr;
+        Element* representation = nullptr;
         const HRESULT found = parser.GetRepresentationFromRepFormat(format, &representation);
         const HRESULT where = parser.GetRepLocationFromRepFormat(format, location);
         EXPECT_EQ(parser.GetRepresentationDocType(format, docType), S_OK);
@@ -159,14 +147,14 @@ class Assembly : public ::testing::TestWithParam<bool> {
       }
     }
   }
-  kaltest::TempDir _Dir;
+  TempDir _Dir;
   P _Parser;
   std::vector<std::string> _Seen;
 };
 
 // The walk reaches every buffer of both documents, decoded or as Qsr, whichever the layout.
 TEST_P(Assembly, WalkReachesEveryBufferInBothDocuments) {
-  KalLightXmlElementItf* top = nullptr;
+  Element* top = nullptr;
   ASSERT_EQ(_Parser.GetProductStructureRootReference(&top), S_OK);
   Walk(_Parser, top, "Asm");
   const std::string tg1 = "REP_DOC_TYPE_TG1=REP_DOC_TYPE_TG1 ",
@@ -204,23 +192,22 @@ TEST_P(Assembly, BuffersAreDecodedOrTessellatedAndLocationsFollowTheArchive) {
       {"urn:VORLA:TechRep:loc:5", 3, "TechRep:loc:5", "TechRep:loc:5"}};
   // clang-format on
   for (const auto& [urn, code, plain, inArchive] : locations) {
-    auto format = kaltest::ParseXml(urn.empty() ? "<Other associatedFile='" + loc + "1'/>"
-                                                : "<RepFormat associatedFile='" + urn + "'/>");
+    auto format = ParseXml(urn.empty() ? "<Other associatedFile='" + loc + "1'/>"
+                                       : "<RepFormat associatedFile='" + urn + "'/>");
     KalUnicodeString location("stale");
     EXPECT_EQ(_Parser.GetRepLocationFromRepFormat(format.get(), location), code) << urn;
     EXPECT_EQ(Str(location), GetParam() ? inArchive : plain) << urn;
   }
 
-  auto other = kaltest::ParseXml("<Other associatedFile='" + loc + "1'/>");
+  auto other = ParseXml("<Other associatedFile='" + loc + "1'/>");
   char* buffer = nullptr;
   unsigned int size = 9, otherSize = 9, unset = 9;
   KalUnicodeString text("stale");
-  EXPECT_EQ((std::vector<HRESULT>{
-                _Parser.GetRepBufferFromUrn((loc + "1").c_str(), nullptr, unset, text),
-                _Parser.GetGeometricRepresentationBuffer(nullptr, &buffer, size, text),
-                _Parser.GetGeometricRepresentationBuffer(other.get(), &buffer, otherSize, text),
-                _Parser.GetRepLocationFromRepFormat(nullptr, text)}),
-            (std::vector<HRESULT>{E_FAIL, kVorlaBadArguments, E_FAIL, E_FAIL}));
+  EXPECT_EQ((Codes{_Parser.GetRepBufferFromUrn((loc + "1").c_str(), nullptr, unset, text),
+                   _Parser.GetGeometricRepresentationBuffer(nullptr, &buffer, size, text),
+                   _Parser.GetGeometricRepresentationBuffer(other.get(), &buffer, otherSize, text),
+                   _Parser.GetRepLocationFromRepFormat(nullptr, text)}),
+            (Codes{E_FAIL, kVorlaBadArguments, E_FAIL, E_FAIL}));
   EXPECT_EQ(std::to_string(unset) + std::to_string(size) + std::to_string(otherSize) + Str(text),
             "900stale");
 }
@@ -228,3 +215,4 @@ TEST_P(Assembly, BuffersAreDecodedOrTessellatedAndLocationsFollowTheArchive) {
 INSTANTIATE_TEST_SUITE_P(ArchiveAndSiblingFile, Assembly, ::testing::Bool());
 
 }  // namespace
+}  // namespace kaltest

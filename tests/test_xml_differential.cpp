@@ -1,21 +1,18 @@
 // Differential test of KalLightXmlParser against libxml2, the reference XML parser, over
 // generated documents: both must accept the same documents with the same element tree (tags,
 // attributes, values, children) and refuse the same malformed ones.
-#include <gtest/gtest.h>
 #include <iconv.h>
 #include <libxml/parser.h>
 
 #include <algorithm>
-#include <map>
-#include <memory>
 #include <numeric>
 #include <random>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "KalLightXml.h"
+#include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -277,7 +274,6 @@ std::string Encode(const std::string& utf8, const char* charset, const std::stri
 }
 
 const Strings kUtf8 = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9D\x84\x9E", "\xE4\xB8\xAD", "\x7F"};
-}  // namespace
 
 TEST(XmlDifferential, WellFormedUtf8DocumentsGiveTheSameTree) {
   // The canonical dump pinned on one document, so that the comparison itself is known right.
@@ -368,3 +364,6 @@ TEST(XmlDifferential, MalformedDocumentsAreRefusedLikeLibxml2) {
   }
   EXPECT_GT(tally.bothRefused, 1500) << "too few mutants are malformed";
 }
+
+}  // namespace
+}  // namespace kaltest
