@@ -104,10 +104,10 @@ std::set<std::string> Listing(const std::string& directory) {
   return names;
 }
 
-ToolRun RunVorla(const std::string& args, const TempDir& dir) {
+ToolRun RunVorla(const std::string& args, const TempDir& dir, const std::string& program) {
   const std::string out = dir.File("stdout"), err = dir.File("stderr");
   const int status =
-      std::system(("timeout 60 " KAL_VORLA_PATH " " + args + " >" + out + " 2>" + err).c_str());
+      std::system(("timeout 60 " + program + " " + args + " >" + out + " 2>" + err).c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
 }
 

@@ -55,13 +55,14 @@ std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
 std::set<std::string> Listing(const std::string& directory);  // the names in a directory
 
-// What the vorla tool did with `args`, run with a minute to finish (a hang fails, it does not
-// stall the suite); its output goes through files in `dir`.
+// What the vorla tool (or `program`) did with `args`, run with a minute to finish (a hang
+// fails, it does not stall the suite); its output goes through files in `dir`.
 struct ToolRun {
   int exit;
   std::string out, err;
 };
-ToolRun RunVorla(const std::string& args, const TempDir& dir);
+ToolRun RunVorla(const std::string& args, const TempDir& dir,
+                 const std::string& program = KAL_VORLA_PATH);
 
 // Sets (or, with null, unsets) an environment variable for the life of the object.
 struct ScopedEnv {

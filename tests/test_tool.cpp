@@ -2,7 +2,6 @@
 // the Khronos validator accepts and that stores a part placed many times once.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <tuple>
 
@@ -11,20 +10,6 @@
 namespace {
 
 using kaltest::Entity;
-
-struct Result {
-  int exit;
-  std::string out, err;
-};
-
-// Runs vorla (or `program`) with `args`, stdout and stderr captured.
-Result Vorla(const std::string& args, const kaltest::TempDir& dir,
-             const std::string& program = KAL_VORLA_PATH) {
-  const std::string out = dir.File("stdout"), err = dir.File("stderr");
-  const int status = std::system((program + " " + args + " >" + out + " 2>" + err).c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, kaltest::ReadFile(out),
-          kaltest::ReadFile(err)};
-}
 
 // Whether `piece` is in `text`, showing `text` when it is not.
 ::testing::AssertionResult Has(const std::string& text, const std::string& piece) {
@@ -36,10 +21,10 @@ Result Vorla(const std::string& args, const kaltest::TempDir& dir,
 // find no error and no warning. Gives the tool's standard error and the validator's report.
 std::pair<std::string, std::string> Export(const std::string& input, const std::string& output,
                                            const kaltest::TempDir& dir, const char* flags = "") {
-  const Result r = Vorla("export " + input + " -o " + output + flags, dir);
+  const kaltest::ToolRun r = kaltest::RunVorla("export " + input + " -o " + output + flags, dir);
   EXPECT_EQ(r.exit, 0) << r.err;
   const std::string report =
-      Vorla(KAL_SOURCE_DIR "/scripts/validate-gltf.js " + output, dir, "node").out;
+      kaltest::RunVorla(KAL_SOURCE_DIR "/scripts/validate-gltf.js " + output, dir, "node").out;
   EXPECT_EQ(report.substr(0, report.find(",\"infos\"")),
             "{\"file\":\"" + output + "\",\"errors\":0,\"warnings\":0")
       << report;  // nothing when the validator is not installed: run scripts/setup.sh
@@ -51,7 +36,7 @@ const std::string kRef = "urn:VORLA:Reference:loc:", kRep = "urn:VORLA:Represent
 
 TEST(Tool, SampleTreeExportAndInfo) {
   kaltest::TempDir dir;
-  const Result tree = Vorla("tree " + kSample + " --depth 2", dir);
+  const kaltest::ToolRun tree = kaltest::RunVorla("tree " + kSample + " --depth 2", dir);
   const std::string& t = tree.out;
   EXPECT_EQ(tree.exit, 0) << tree.err;
   EXPECT_EQ(t.substr(0, t.find("    instance \"Foot.1\"")),
@@ -66,7 +51,7 @@ TEST(Tool, SampleTreeExportAndInfo) {
   EXPECT_EQ(Export(kSample, dir.File("lamp.glb"), dir).first,
             "vorla: wrote " + dir.File("lamp.glb") +
                 ": 19 nodes, 6 meshes, 567 vertices stored, 3 cameras, 30804 bytes\n");
-  const Result info = Vorla("info --json " + kSample, dir);
+  const kaltest::ToolRun info = kaltest::RunVorla("info --json " + kSample, dir);
   EXPECT_EQ(info.exit, 0);
   EXPECT_TRUE(Has(info.out, "\"instances\": 15,\n  \"references\": 9,\n  \"representations\": 5"));
 }
@@ -171,15 +156,15 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
        "vorla: cannot walk " + dir.File("loop.xml") + ": reference \"Tile\" [2] of " +
            dir.File("loop.xml") + " instantiates itself\n"}};
   for (const auto& [args, exit, err] : cases) {
-    const Result r = Vorla(args, dir);
+    const kaltest::ToolRun r = kaltest::RunVorla(args, dir);
     EXPECT_EQ(r.exit, exit) << args;
     EXPECT_EQ(r.err.substr(0, exit ? err.size() : std::string::npos), err) << args;
   }
-  const Result extracted = Vorla("extract " + dir.File("loop.xml") + " --id 7 -o -", dir);
+  const kaltest::ToolRun extracted = kaltest::RunVorla("extract " + dir.File("loop.xml") + " --id 7 -o -", dir);
   EXPECT_EQ(extracted.exit, 0);
   EXPECT_EQ(extracted.out, std::string("\0\1\2\xFF", 4));
   EXPECT_EQ(kaltest::ReadFile(dir.File("taken.glb")), "old");
-  EXPECT_TRUE(Has(Vorla("--help", dir).out,
+  EXPECT_TRUE(Has(kaltest::RunVorla("--help", dir).out,
                   "\n  view                        Show the assembly in the browser"));
 }
 
