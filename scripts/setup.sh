@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev
           libpugixml-dev libxxhash-dev libxml2-dev python3 libcli11-dev
-          nlohmann-json3-dev pkg-config clang libfuzzer-14-dev)
+          nlohmann-json3-dev pkg-config clang libfuzzer-14-dev libclang-rt-14-dev)
 # vorla view: its HTTP server, and the browser its test drives.
 packages+=(libcpp-httplib-dev chromium)
 # Node.js may come from elsewhere than Debian; only a missing command asks for the packages.
