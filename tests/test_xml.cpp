@@ -71,21 +71,6 @@ TEST(XmlTree, ManyTextPiecesAndAHugeValueAreKeptWhole) {
   EXPECT_EQ(Children(root.get()).back()->GetValue().ConvertToChar()[huge.size()], '\0');
 }
 
-TEST(XmlMemory, HundredThousandNestedElementsParseWalkAndDelete) {
-  const int depth = 100000;
-  std::string open, close;
-  for (int i = 0; i < depth; ++i) open += "<n>", close += "</n>";
-  Root root = NewRoot();
-  ASSERT_EQ(ParseInto(*root, open + "deep" + close), 1);
-  const Element* e = root.get();
-  int levels = 1;
-  for (KalPosition cursor; (cursor = e->GetHeadPosition()) != nullptr; ++levels)
-    e = e->GetNextChild(cursor);
-  EXPECT_EQ(levels, depth);
-  EXPECT_EQ(Text(e->GetValue()), "deep");
-  root.reset();  // must not recurse
-}
-
 TEST(XmlCopy, OnlyFactoryElementsReceiveDeepCopiesIndependentOfTheirSource) {
   Root source = ParseXml("<r><Rep id='3' f='F'><Data>abc</Data><More><Leaf/></More></Rep><b/></r>"),
        copy = NewRoot();
