@@ -156,7 +156,8 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
        walk + a + ": reference \"A\" [1] of " + a + " instantiates itself\n", ""},
       {"tree " + deep, 1, walk + deep + ": instances are nested more than 1000 levels deep\n", ""},
       {"export " + matrix + glb, 1,
-       walk + matrix + ": instance 10 (i) of " + matrix + " has a placement out of range\n", ""},
+       walk + matrix + ": instance \"i\" [10] of " + matrix + " has a placement out of range\n",
+       ""},
       {"export " + colour + glb, 1,
        walk + colour + ": reference \"Top\" [1] of " + colour +
            " or its instance has a colour out of range\n",
