@@ -27,7 +27,6 @@ std::string Structure(const std::string& name, const std::string& content = "",
 
 std::string Nested(int depth) {
   std::string xml;
-  xml.reserve(7u * depth);
   for (int i = 0; i < depth; ++i) xml += "<n>";
   for (int i = 0; i < depth; ++i) xml += "</n>";
   return xml;
@@ -54,12 +53,11 @@ TEST(HostileXml, AnyNestingAndHugeValuesLoadBytesThatAreNotTextAreRefused) {
   for (const auto& [what, xml, code, name] : cases) {
     SCOPED_TRACE(what);
     kaltest::WriteFile(dir.File("doc.xml"), xml);
-    auto parser = std::make_unique<KalVorlaParser>();
-    EXPECT_EQ(parser->InitParsing(dir.File("doc.xml").c_str()), code);
+    KalVorlaParser parser;  // its end releases the tree, without recursion too
+    EXPECT_EQ(parser.InitParsing(dir.File("doc.xml").c_str()), code);
     KalLightXmlElementItf* root = nullptr;
-    parser->GetProductStructureRootReference(&root);
+    parser.GetProductStructureRootReference(&root);
     EXPECT_TRUE(kaltest::NameOf(root) == name) << kaltest::NameOf(root).size();
-    parser.reset();  // the deep tree goes without recursion
   }
 }
 
@@ -148,8 +146,6 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
   const std::string walk = "vorla: cannot walk ", glb = " -q -o " + dir.File("out.glb");
   // Arguments, exit code, standard error, standard output.
   const std::tuple<std::string, int, std::string, std::string> cases[] = {
-      {"tree " + self, 1,
-       walk + self + ": reference \"Loop\" [2] of " + self + " instantiates itself\n", ""},
       {"export " + self + glb, 1,
        walk + self + ": reference \"Loop\" [2] of " + self + " instantiates itself\n", ""},
       {"export " + a + glb, 1,
