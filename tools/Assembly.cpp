@@ -75,7 +75,7 @@ class Gatherer {
       child.color = doc.ColorOf(instance);
       // Infinities and NaN would reach the glTF output as nulls, and NaN cannot be ordered.
       if (!Finite(child.matrix)) {
-        _Error = "instance " + std::to_string(child.instanceId) + " (" + child.name + ") of " +
+        _Error = "instance \"" + child.name + "\" [" + std::to_string(child.instanceId) + "] of " +
                  doc.Path() + " has a placement out of range";
         return;
       }
