@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "Assembly.h"
+#include "GltfWriter.h"
 
 namespace vorla {
 
@@ -21,6 +22,12 @@ struct InspectCommand {
 InspectCommand AddInspectCommand(CLI::App& app, const char* name, const char* description,
                                  std::function<void(const Assembly&, bool json)> print,
                                  int& exitCode);
+
+// What export and view share: the whole assembly of `file` gathered (with a progress counter
+// unless `quiet`), its warnings printed and its glTF made. False, with the reason on stderr and
+// `exitCode` set, when the document cannot be read or walked or the glTF cannot be made.
+bool GatherAndBuildGltf(const std::string& file, bool quiet, const GltfOptions& gltf,
+                        Assembly& assembly, std::string& bytes, GltfStats& stats, int& exitCode);
 
 void AddInfoCommand(CLI::App& app, int& exitCode);
 void AddTreeCommand(CLI::App& app, int& exitCode);

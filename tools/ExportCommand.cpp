@@ -20,6 +20,28 @@ bool EndsWith(const std::string& text, const std::string& end) {
 
 }  // namespace
 
+bool GatherAndBuildGltf(const std::string& file, bool quiet, const GltfOptions& gltf,
+                        Assembly& assembly, std::string& bytes, GltfStats& stats, int& exitCode) {
+  HRESULT code = S_OK;
+  {
+    Progress progress("reading occurrences", quiet);
+    GatherOptions gather;
+    gather.progress = [&progress](size_t done) { progress.Update(done); };
+    if (!Gather(file, gather, assembly, code)) {
+      exitCode = ReportGatherError(file, assembly, code);
+      return false;
+    }
+  }
+  PrintWarnings(assembly);
+  std::string error;
+  if (!BuildGltf(assembly, gltf, bytes, stats, error)) {
+    std::cerr << "vorla: " << error << "\n";
+    exitCode = kExitOutput;
+    return false;
+  }
+  return true;
+}
+
 void AddExportCommand(CLI::App& app, int& exitCode) {
   struct Options {
     std::string file, output, units = "mm", up = "z";
@@ -52,22 +74,10 @@ void AddExportCommand(CLI::App& app, int& exitCode) {
     gltf.zUp = options->up == "z";
     gltf.gpuInstancing = options->gpuInstancing;
     Assembly assembly;
-    HRESULT code = S_OK;
-    GatherOptions gather;
-    {
-      Progress progress("reading occurrences", options->quiet);
-      gather.progress = [&progress](size_t done) { progress.Update(done); };
-      if (!Gather(options->file, gather, assembly, code)) {
-        exitCode = ReportGatherError(options->file, assembly, code);
-        return;
-      }
-    }
-    PrintWarnings(assembly);
-    std::string bytes, error;
+    std::string bytes;
     GltfStats stats;
-    if (!BuildGltf(assembly, gltf, bytes, stats, error)) {
-      std::cerr << "vorla: " << error << "\n";
-      exitCode = kExitOutput;
+    if (!GatherAndBuildGltf(options->file, options->quiet, gltf, assembly, bytes, stats,
+                            exitCode)) {
       return;
     }
     exitCode = WriteOutput(options->output, bytes, options->force);

@@ -113,26 +113,11 @@ void AddViewCommand(CLI::App& app, int& exitCode) {
   command->add_flag("--no-open", options->noOpen, "Serve without starting a browser");
   command->callback([options, &exitCode]() {
     Assembly assembly;
-    HRESULT code = S_OK;
-    {
-      Progress progress("reading occurrences", false);
-      GatherOptions gather;
-      gather.progress = [&progress](size_t done) { progress.Update(done); };
-      if (!Gather(options->file, gather, assembly, code)) {
-        exitCode = ReportDocumentError(options->file, code);
-        return;
-      }
-    }
-    PrintWarnings(assembly);
     GltfOptions gltf;
     gltf.occurrenceIndices = true;
-    std::string model, error;
+    std::string model;
     GltfStats stats;
-    if (!BuildGltf(assembly, gltf, model, stats, error)) {
-      std::cerr << "vorla: " << error << "\n";
-      exitCode = kExitOutput;
-      return;
-    }
+    if (!GatherAndBuildGltf(options->file, false, gltf, assembly, model, stats, exitCode)) return;
     const std::string tree = AssemblyJson(assembly, gltf);
     assembly = Assembly();  // the page needs only what is served
 
