@@ -37,7 +37,7 @@ class Gatherer {
              const std::optional<Rgba>& inherited) {
     occurrence.reference = doc.Name(reference);
     occurrence.referenceId = doc.Id(reference);
-    occurrence.parts = PartsOf(doc, reference);
+    occurrence.parts = PartsOf(doc, reference, occurrence.referenceId);
     const ReferenceKey key{&doc, occurrence.referenceId};
     const auto named = [&] {
       return "\"" + occurrence.reference + "\" [" + std::to_string(occurrence.referenceId) +
@@ -118,8 +118,8 @@ class Gatherer {
     if (_Options.progress && (++_Occurrences & 0x3FF) == 0) _Options.progress(_Occurrences);
   }
 
-  const std::vector<int>& PartsOf(Document& doc, Element* reference) {
-    const ReferenceKey key{&doc, doc.Id(reference)};
+  const std::vector<int>& PartsOf(Document& doc, Element* reference, int referenceId) {
+    const ReferenceKey key{&doc, referenceId};
     if (auto it = _ReferenceParts.find(key); it != _ReferenceParts.end()) return it->second;
     std::vector<int>& parts = _ReferenceParts[key];
     for (Element* repInstance : doc.RepInstances(reference)) {
@@ -134,7 +134,7 @@ class Gatherer {
         RepRow row;
         row.document = doc.Path();
         row.reference = doc.Name(reference);
-        row.referenceId = doc.Id(reference);
+        row.referenceId = referenceId;
         row.repInstance = doc.Name(repInstance);
         row.repInstanceId = doc.Id(repInstance);
         row.repReference = doc.Name(repReference);
