@@ -122,6 +122,12 @@ void AddViewCommand(CLI::App& app, int& exitCode) {
     assembly = Assembly();  // the page needs only what is served
 
     httplib::Server server;
+    // httplib's default also sets SO_REUSEPORT, with which a second server could bind a port
+    // another one listens on and share its connections; a port in use must be refused.
+    server.set_socket_options([](socket_t socket) {
+      int yes = 1;
+      setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     // Fixed routes only: no part of a request ever names a file.
     for (const WebAsset& asset : WebAssets()) {
       const std::string body(asset.begin, asset.end);
