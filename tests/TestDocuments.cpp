@@ -1,9 +1,7 @@
 #include "TestDocuments.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zip.h>
@@ -16,6 +14,7 @@
 #include <stdexcept>
 
 #include "KalLightXml.h"
+#include <httplib.h>
 
 namespace kaltest {
 
@@ -117,17 +116,39 @@ ScopedEnv::ScopedEnv(const char* n, const char* value) : name(n), had(std::geten
 }
 ScopedEnv::~ScopedEnv() { had ? setenv(name.c_str(), old.c_str(), 1) : unsetenv(name.c_str()); }
 
-HttpServer::HttpServer() {
-  _ListenFd = BoundLoopbackSocket(&_Port);
-  if (listen(_ListenFd, 16) != 0) Fail("cannot listen on 127.0.0.1");
-  _Thread = std::thread(&HttpServer::Serve, this);
+HttpServer::HttpServer() : _pServer(std::make_unique<httplib::Server>()) {
+  _pServer->Get(".*", [this](const httplib::Request& request, httplib::Response& response) {
+    ++_Requests;
+    Route route{404, "not found"};
+    {
+      std::lock_guard<std::mutex> lock(_Mutex);
+      auto found = _Routes.find(request.path);
+      if (found != _Routes.end()) route = found->second;
+    }
+    // Silent until the client gives up (the answer is then lost) or the server stops.
+    while (route.silent && !_Stop) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    response.status = route.status;
+    if (!route.location.empty()) response.set_header("Location", route.location);
+    const size_t sent = route.cutAfter < 0 ? route.body.size() : size_t(route.cutAfter);
+    // The full length is declared; a provider that stops early closes the connection.
+    response.set_content_provider(
+        route.body.size(), "application/octet-stream",
+        [this, route, sent](size_t offset, size_t, httplib::DataSink& sink) {
+          const size_t n = route.dripMs > 0 ? 1 : sent - offset;
+          if (offset >= sent || _Stop) return false;
+          std::this_thread::sleep_for(std::chrono::milliseconds(route.dripMs));
+          return sink.write(route.body.data() + offset, n);
+        });
+  });
+  _Port = _pServer->bind_to_any_port("127.0.0.1");
+  if (_Port < 0) Fail("cannot listen on 127.0.0.1");
+  _Thread = std::thread([this] { _pServer->listen_after_bind(); });
 }
 
 HttpServer::~HttpServer() {
   _Stop = true;
-  shutdown(_ListenFd, SHUT_RDWR);  // ends a waiting accept
+  _pServer->stop();
   _Thread.join();
-  close(_ListenFd);
 }
 
 void HttpServer::Set(const std::string& path, const Route& route) {
@@ -137,52 +158,6 @@ void HttpServer::Set(const std::string& path, const Route& route) {
 
 std::string HttpServer::Url(const std::string& path) const {
   return "http://127.0.0.1:" + std::to_string(_Port) + path;
-}
-
-void HttpServer::Serve() {
-  while (!_Stop) {
-    const int fd = accept4(_ListenFd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) continue;
-    const timeval timeout{5, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-    std::string head;
-    char chunk[4096];
-    ssize_t n = 1;
-    while (n > 0 && head.find("\r\n\r\n") == std::string::npos)
-      if ((n = recv(fd, chunk, sizeof chunk, 0)) > 0) head.append(chunk, static_cast<size_t>(n));
-    if (n > 0) {
-      ++_Requests;
-      const size_t start = head.find(' ') + 1;
-      Route route{404, "not found"};
-      {
-        std::lock_guard<std::mutex> lock(_Mutex);
-        auto found = _Routes.find(head.substr(start, head.find(' ', start) - start));
-        if (found != _Routes.end()) route = found->second;
-      }
-      const std::string head = "HTTP/1.1 " + std::to_string(route.status) +
-                               " Status\r\nContent-Length: " + std::to_string(route.body.size()) +
-                               (route.location.empty() ? "" : "\r\nLocation: " + route.location) +
-                               "\r\nConnection: close\r\n\r\n",
-                        body = route.body.substr(0, static_cast<size_t>(route.cutAfter));
-      const std::string out = route.silent ? "" : route.dripMs > 0 ? head : head + body;
-      ssize_t s = 1;
-      for (ssize_t sent = 0; s > 0 && sent < static_cast<ssize_t>(out.size()); sent += s)
-        s = send(fd, out.data() + sent, out.size() - sent, MSG_NOSIGNAL);
-      for (size_t i = 0; route.dripMs > 0 && s > 0 && !_Stop && i < body.size(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(route.dripMs));
-        s = send(fd, &body[i], 1, MSG_NOSIGNAL);
-      }
-      // Silent until the client gives up and closes (or the server stops).
-      pollfd wait{fd, POLLIN, 0};
-      while (route.silent && !_Stop && (poll(&wait, 1, 20) == 0 || recv(fd, chunk, 1, 0) > 0)) {
-      }
-    }
-    // Closing after the whole request was read sends a FIN, not a reset, so the client
-    // sees every byte sent before the end.
-    shutdown(fd, SHUT_WR);
-    close(fd);
-  }
 }
 
 int UnusedLoopbackPort() {

@@ -22,6 +22,10 @@
 #include "KalRawColl.h"
 #include "KalVorlaParser.h"
 
+namespace httplib {
+class Server;
+}
+
 namespace kaltest {
 
 // A directory under the system's temporary directory, removed with its content at the end.
@@ -72,9 +76,8 @@ struct ScopedEnv {
   bool had;
 };
 
-// An HTTP/1.1 server on 127.0.0.1, port chosen by the system, one connection at a time, in
-// a thread of its own that stops with the object (a slow answer ends when the client leaves).
-// Routes map a path ("/doc.vorla") to how it is answered.
+// An HTTP/1.1 server (cpp-httplib) on 127.0.0.1, port chosen by the system, in a thread of its
+// own that stops with the object. Routes map a path ("/doc.vorla") to how it is answered.
 class HttpServer {
  public:
   struct Route {
@@ -94,8 +97,8 @@ class HttpServer {
   int RequestCount() const { return _Requests.load(); }
 
  private:
-  void Serve();
-  int _ListenFd = -1, _Port = 0;
+  std::unique_ptr<httplib::Server> _pServer;
+  int _Port = 0;
   std::atomic<bool> _Stop{false};
   std::atomic<int> _Requests{0};
   std::map<std::string, Route> _Routes;
