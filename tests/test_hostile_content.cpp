@@ -21,18 +21,20 @@ std::string Nested(int depth) {
 
 // The reader keeps its open elements on a stack of its own and the tree in one arena, so any
 // nesting loads and is released without deep calls, and a value is bounded by memory only.
-// (Bytes that are not text: XmlRefused and the differential test.)
-TEST(HostileXml, AnyNestingAndHugeValuesLoad) {
+// A NUL in a value makes a document malformed (other bytes that are not text: XmlRefused and
+// the differential test).
+TEST(HostileXml, AnyNestingAndHugeValuesLoadANulInAValueIsRefused) {
   const std::string huge(100u << 20, 'v');
-  const std::tuple<const char*, std::string, std::string> cases[] = {
-      {"a million deep", Top("top", Nested(1000000)), "top"},
-      {"100 MB attribute", Top(huge), huge}};
+  const std::tuple<const char*, std::string, HRESULT, std::string> cases[] = {
+      {"a million deep", Top("top", Nested(1000000)), S_OK, "top"},
+      {"100 MB attribute", Top(huge), S_OK, huge},
+      {"NUL in a value", Top(std::string("a\0b", 3)), E_FAIL, "<null>"}};
   TempDir dir;
-  for (const auto& [what, xml, name] : cases) {
+  for (const auto& [what, xml, code, name] : cases) {
     SCOPED_TRACE(what);
     WriteFile(dir.File("doc.xml"), xml);
     auto parser = std::make_unique<KalVorlaParser>();
-    EXPECT_EQ(parser->InitParsing(dir.File("doc.xml").c_str()), S_OK);
+    EXPECT_EQ(parser->InitParsing(dir.File("doc.xml").c_str()), code);
     Element* root = nullptr;
     parser->GetProductStructureRootReference(&root);
     EXPECT_TRUE(NameOf(root) == name) << NameOf(root).size();
