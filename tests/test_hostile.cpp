@@ -1,4 +1,4 @@
-// Hostile input: archives whose headers lie, bombs, cut files, 100,000 entries, entry names
+// Hostile input: archives whose headers lie, bombs, 100,000 entries, entry names
 // that look like paths, documents past the memory limit, sibling documents that are no
 // documents. Each ends in a pinned code, writes nothing, and the tool says what went wrong.
 #include <sys/resource.h>
@@ -82,9 +82,9 @@ std::string Vorla(const std::string& args, const TempDir& dir) {
   return std::to_string(run.exit) + " " + run.err;
 }
 
-// Root entries whose headers lie (bombs among them), zip64, manifests naming no entry or
-// declaring what no machine holds, archives cut short: each load ends in its code in seconds.
-TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
+// Bombs whose headers lie, zip64, manifests naming a file on disk or declaring what no machine
+// holds: each load ends in its code in seconds. (Sizes that lie, cut archives: PlatformZip.)
+TEST(Hostile, ArchivesThatLieOrExplodeEndInAPinnedCode) {
   TempDir dir;
   // 8 GiB of zeros in 8 MiB: one flushed 64 MiB piece 128 times, then an empty final block.
   const std::string zeros(size_t{64} << 20, '\0'), piece = Deflate(zeros, Z_FULL_FLUSH);
@@ -102,10 +102,9 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
     return ZipBytes({{"Manifest.xml", manifest, manifest.size(), Crc(manifest), false}, root});
   };
   const RawEntry good = {"Root.vorla", packed, n, Crc(xml)};
-  // The root entry holding `data` (the bomb, or the XML stored or deflated) declared `size`.
+  // The root entry holding `data` (the bomb, or the deflated XML) declared `size`.
   const auto root = [&](const std::string& data, uint64_t size, bool zip64 = false) {
-    return archive(
-        {"Root.vorla", data, size, data == bomb ? bombCrc : Crc(xml), data != xml, zip64});
+    return archive({"Root.vorla", data, size, data == bomb ? bombCrc : Crc(xml), true, zip64});
   };
   const struct {
     std::string what, bytes;
@@ -117,11 +116,6 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
                 8 * kGiB > KalDocumentSizeLimit() ? E_OUTOFMEMORY : E_FAIL},
                {"bomb, 4 KiB declared", root(bomb, 4096), E_FAIL},
                {"bomb, 2^62 declared", root(bomb, huge, true), E_OUTOFMEMORY},
-               {"deflated, larger", root(packed, n + 9), E_FAIL},
-               {"deflated, smaller", root(packed, n - 9), E_FAIL},
-               {"stored, larger", root(xml, n + 9), E_FAIL},
-               {"stored, smaller", root(xml, n - 9), E_FAIL},
-               {"names no entry", archive(good, "Missing.vorla"), E_FAIL, S_OK, "Missing.vorla"},
                {"names a file", archive(good, plain), E_FAIL, S_OK, plain},
                {"manifest, 2^62 declared",
                 ZipBytes({{"Manifest.xml", manifest, huge, Crc(manifest), false, true}, good}),
@@ -137,12 +131,6 @@ TEST(Hostile, ArchivesThatLieExplodeOrAreCutEndInAPinnedCode) {
     parser.GetFilePath(file);
     EXPECT_EQ(Str(file), c.filePath) << c.what;
     EXPECT_LT(Since(start), 5) << c.what;
-  }
-  const std::string whole = archive(good);  // cut anywhere: no archive, and no XML
-  for (size_t cut :
-       {size_t{0}, size_t{4}, size_t{40}, whole.size() / 2, whole.size() - 22, whole.size() - 1}) {
-    WriteFile(path, whole.substr(0, cut));
-    EXPECT_EQ(Load(path), E_FAIL) << cut;
   }
   EXPECT_EQ(Listing(dir.Path()), (std::set<std::string>{"case.vorla", "plain.vorla"}));
   WriteFile(path, cases[3].bytes);

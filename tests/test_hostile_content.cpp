@@ -1,5 +1,5 @@
-// Hostile content: nesting a million deep, a 100 MB value, bytes that are not text; product
-// structures the vorla tool cannot walk. (Numbers out of range: Structure and Presentation.)
+// Hostile content: nesting a million deep, a 100 MB value; product structures the vorla tool
+// cannot walk. (Numbers out of range: Structure and Presentation.)
 #include "TestDocuments.h"
 
 namespace kaltest {
@@ -7,11 +7,9 @@ namespace {
 
 const std::string kRef = "urn:VORLA:Reference:loc:";
 
-// A document whose root reference 1 is named `name` and holds `content`, followed by `more`.
-std::string Top(const std::string& name, const std::string& content = "",
-                const std::string& attributes = "", const std::string& more = "") {
-  return Structure(
-      Entity("Reference3D", "id='1' name='" + name + "'" + attributes, "", "", content) + more);
+// A document whose root reference 1 is named `name` and holds `content`.
+std::string Top(const std::string& name, const std::string& content = "") {
+  return Structure(Entity("Reference3D", "id='1' name='" + name + "'", "", "", content));
 }
 
 std::string Nested(int depth) {
@@ -23,21 +21,14 @@ std::string Nested(int depth) {
 
 // The reader keeps its open elements on a stack of its own and the tree in one arena, so any
 // nesting loads and is released without deep calls, and a value is bounded by memory only.
-// Bytes that are not UTF-8 text, and NUL anywhere, make a document malformed.
-TEST(HostileXml, AnyNestingAndHugeValuesLoadBytesThatAreNotTextAreRefused) {
+// A NUL in a value makes a document malformed (other bytes that are not text: XmlRefused and
+// the differential test).
+TEST(HostileXml, AnyNestingAndHugeValuesLoadANulInAValueIsRefused) {
   const std::string huge(100u << 20, 'v');
   const std::tuple<const char*, std::string, HRESULT, std::string> cases[] = {
       {"a million deep", Top("top", Nested(1000000)), S_OK, "top"},
       {"100 MB attribute", Top(huge), S_OK, huge},
-      {"0xFF in a value", Top("a\xFF"), E_FAIL, "<null>"},
-      {"overlong in a value", Top("a\xC0\xAF"), E_FAIL, "<null>"},
-      {"surrogate in a value", Top("\xED\xA0\x80"), E_FAIL, "<null>"},
-      {"0xFE in a tag", Top("top", "<bad\xFE/>"), E_FAIL, "<null>"},
-      {"0xF8 in an attribute name", Top("top", "", " b\xF8='1'"), E_FAIL, "<null>"},
-      {"cut sequence in text", Top("top", "t\xE2\x82"), E_FAIL, "<null>"},
-      {"NUL in a value", Top(std::string("a\0b", 3)), E_FAIL, "<null>"},
-      {"NUL in a tag", Top("top", std::string("<n\0m/>", 6)), E_FAIL, "<null>"},
-      {"NUL in text", Top("top", std::string("t\0t", 3)), E_FAIL, "<null>"}};
+      {"NUL in a value", Top(std::string("a\0b", 3)), E_FAIL, "<null>"}};
   TempDir dir;
   for (const auto& [what, xml, code, name] : cases) {
     SCOPED_TRACE(what);
@@ -51,8 +42,8 @@ TEST(HostileXml, AnyNestingAndHugeValuesLoadBytesThatAreNotTextAreRefused) {
   }
 }
 
-// Product structures vorla cannot walk: a reference that instantiates itself, through a
-// reference of its own document or of another; instances nested past 1000 levels; a placement
+// Product structures vorla cannot walk: a reference that instantiates itself through a
+// reference of another document (of its own: Tool); instances nested past 1000 levels; a placement
 // or a colour holding an infinity or NaN. A reference reached twice without a cycle is shown
 // twice, and any XML nesting is harmless.
 TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
@@ -72,9 +63,6 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
     return xml;
   };
   const std::string
-      self = doc("self.xml", Ref(1, "Top") + Ref(2, "Loop") + Ref(3, "Back") +
-                                 inst(10, 1, kRef + "2") + inst(11, 2, kRef + "3") +
-                                 inst(12, 3, kRef + "2")),
       a = doc("a.vorla", Ref(1, "A") + inst(10, 1, "urn:VORLA:Reference:ext:b.vorla#1")),
       b = doc("b.vorla", Ref(1, "B") + inst(20, 1, "urn:VORLA:Reference:ext:a.vorla#1")),
       deep = doc("deep.xml", chain(1002)), fine = doc("fine.xml", chain(1001)),
@@ -95,8 +83,6 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
   const std::string walk = "vorla: cannot walk ", glb = " -q -o " + dir.File("out.glb");
   // Arguments, exit code, standard error, standard output.
   const std::tuple<std::string, int, std::string, std::string> cases[] = {
-      {"export " + self + glb, 1,
-       walk + self + ": reference \"Loop\" [2] of " + self + " instantiates itself\n", ""},
       {"export " + a + glb, 1,
        walk + a + ": reference \"A\" [1] of " + a + " instantiates itself\n", ""},
       {"tree " + deep, 1, walk + deep + ": instances are nested more than 1000 levels deep\n", ""},

@@ -147,15 +147,19 @@ TEST(PlatformZip, BrokenFilesAreNoArchivesAndDamagedEntriesFailSparingTheOthers)
     ASSERT_EQ(OpenEntry(zip, "ok.txt"), S_OK);
     EXPECT_EQ(std::to_string(ReadEntry(zip, {4}, &other)) + other, "0fine");
   }
-  // A declared size that no payload of this archive can hold is refused before a read could
-  // size a buffer from it.
+  // A declared size that no payload of this archive can hold, or a stored entry's that is not
+  // its payload's (16 smaller or 32 larger), is refused before a read could size a buffer.
   std::string bytes = good;
   Damage(bytes, "text.bin", kSize, 300000 ^ 0x0FFFFFFFu);
-  Damage(bytes, "blob.bin", kSize, 50000 ^ 0x0FFFFFFFu);
-  WriteFile(dir.File("bad.zip"), bytes);
-  KalSysZipFile zip;
-  ASSERT_EQ(Open(zip, dir.File("bad.zip").c_str()), S_OK);
-  for (const char* name : {"text.bin", "blob.bin"}) EXPECT_EQ(OpenEntry(zip, name), kEntryInvalid);
+  for (uint32_t mask : {50000 ^ 0x0FFFFFFFu, 0x10u, 0x20u}) {
+    std::string stored = bytes;
+    Damage(stored, "blob.bin", kSize, mask);
+    WriteFile(dir.File("bad.zip"), stored);
+    KalSysZipFile zip;
+    ASSERT_EQ(Open(zip, dir.File("bad.zip").c_str()), S_OK);
+    for (const char* name : {"text.bin", "blob.bin"})
+      EXPECT_EQ(OpenEntry(zip, name), kEntryInvalid) << name << " " << mask;
+  }
 }
 
 }  // namespace

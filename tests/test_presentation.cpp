@@ -180,7 +180,6 @@ TEST_F(Presentation, GraphicPropertiesTheirAttributesAndMaterials) {
 TEST_F(Presentation, ColorComponentsAndTheCodeOfWhatIsSet) {
   const std::tuple<const char*, HRESULT, const char*> cases[] = {
       {"red='1' green='0' blue='0'", kVorlaColorWithoutAlpha, "1 0 0 9"},
-      {"red='0.5' green='1e999' blue='2' alpha='0.3'", kVorlaColorWithAlpha, "0.5 inf 2 0.3"},
       {"red='-1' green='-1' blue='-1'", kVorlaAbsent, "-1 -1 -1 9"},
       {"red='-1' green='0.5' blue='-1' alpha='0.3'", kVorlaAlphaOnly, "-1 0.5 -1 0.3"},
       {"red='x' green='0' blue='0'", kVorlaColorWithoutAlpha, "9 0 0 9"},

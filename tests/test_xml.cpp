@@ -149,7 +149,8 @@ TEST(XmlRefused, MalformedDocumentsTheDifferentialTestDoesNotReach) {
       "<?xml version=\"1.0\" standalone=\"maybe\"?><r/>",
       "<?xml version=\"1.0\" standalone=\"YES\"?><r/>",
       "<?xml version=\"1.0\" encoding=\"windows-1252\"?><r>\x81</r>",
-      "<?xml version=\"1.0\" encoding=\"x-no-such\"?><r/>", std::string("<r>\0</r>", 8),
+      "<?xml version=\"1.0\" encoding=\"x-no-such\"?><r/>", "<bad\xFE/>", "<r b\xF8='1'/>",
+      std::string("<r>\0</r>", 8), std::string("<n\0m/>", 6),
       std::string("<r/>\0", 5)};  // libxml2 stops reading at a NUL
   // clang-format on
   // 4294967361 and 0x100000041 wrap to 'A' in 32 bits: the value must not overflow.
