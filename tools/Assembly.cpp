@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "Document.h"
 
@@ -35,15 +36,16 @@ class Gatherer {
   // then the one inherited from the parent occurrence.
   void Visit(Document& doc, Element* reference, Occurrence& occurrence, int depth,
              const std::optional<Rgba>& inherited) {
-    occurrence.reference = doc.Name(reference);
     occurrence.referenceId = doc.Id(reference);
-    occurrence.parts = PartsOf(doc, reference, occurrence.referenceId);
+    const ReferenceShared& shared = SharedOf(doc, reference, occurrence.referenceId);
+    occurrence.reference = shared.name;
+    occurrence.parts = {shared.parts.data(), shared.parts.size()};
     const ReferenceKey key{&doc, occurrence.referenceId};
     const auto named = [&] {
-      return "\"" + occurrence.reference + "\" [" + std::to_string(occurrence.referenceId) +
+      return "\"" + shared.name + "\" [" + std::to_string(occurrence.referenceId) +
              "] of " + doc.Path();
     };
-    if (!occurrence.color) occurrence.color = doc.ColorOf(reference);
+    if (!occurrence.color) occurrence.color = shared.color;
     if (!Finite(occurrence.color)) {
       _Error = "reference " + named() + " or its instance has a colour out of range";
       return;
@@ -114,6 +116,18 @@ class Gatherer {
   const std::string& Error() const { return _Error; }
 
  private:
+  // The name and parts of a reference, read once however often it is placed.
+  const ReferenceShared& SharedOf(Document& doc, Element* reference, int referenceId) {
+    ReferenceShared*& shared = _Shared[reference];
+    if (shared == nullptr) {
+      shared = &_Assembly.shared.emplace_back();
+      shared->name = doc.Name(reference);
+      shared->color = doc.ColorOf(reference);
+      shared->parts = PartsOf(doc, reference, referenceId);
+    }
+    return *shared;
+  }
+
   void Count() {
     if (_Options.progress && (++_Occurrences & 0x3FF) == 0) _Options.progress(_Occurrences);
   }
@@ -193,6 +207,7 @@ class Gatherer {
   using ReferenceKey = std::pair<const Document*, int>;
   std::set<ReferenceKey> _Path;
   std::map<ReferenceKey, std::vector<int>> _ReferenceParts;
+  std::unordered_map<const Element*, ReferenceShared*> _Shared;
   std::map<std::string, int> _PartIndex;
   size_t _Occurrences = 0;
   std::string _Error;
@@ -247,11 +262,9 @@ void GatherViews(Document& doc, Assembly& assembly) {
   }
 }
 
+// Each count is a pass over the whole product structure: only asked for when printed.
 void GatherCounts(Document& doc, Assembly& assembly) {
   KalVorlaParser& parser = doc.Parser();
-  KalUnicodeString root;
-  parser.GetFilePath(root);
-  assembly.rootFile = Text(root);
   parser.GetNumberOfInstances(assembly.instances);
   parser.GetNumberOfReferences(assembly.references);
   parser.GetNumberOfRepresentations(assembly.representations);
@@ -341,7 +354,10 @@ bool Gather(const std::string& path, const GatherOptions& options, Assembly& ass
   assembly.file = path;
   assembly.loadCode = code;
   if (root == nullptr) return false;
-  GatherCounts(*root, assembly);
+  KalUnicodeString rootFile;
+  root->Parser().GetFilePath(rootFile);
+  assembly.rootFile = Text(rootFile);
+  if (options.counts) GatherCounts(*root, assembly);
   Element* rootReference = root->RootReference();
   if (rootReference != nullptr) {
     Gatherer gatherer(documents, options, assembly);

@@ -5,9 +5,11 @@
 #define VORLA_ASSEMBLY_H
 
 #include <array>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -49,14 +51,31 @@ struct RepRow {
   int part = -1;  // index in Assembly::parts
 };
 
+// The parts every occurrence of one reference shares, held by Assembly::shared.
+struct PartList {
+  const int* first = nullptr;
+  size_t count = 0;
+  const int* begin() const { return first; }
+  const int* end() const { return first + count; }
+  size_t size() const { return count; }
+  bool empty() const { return count == 0; }
+};
+
+// What the occurrences of one reference have in common, held once.
+struct ReferenceShared {
+  std::string name;
+  std::vector<int> parts;  // indices in Assembly::parts
+  std::optional<Rgba> color;
+};
+
 struct Occurrence {
   std::string name;  // of the instance; the root occurrence has none
   int instanceId = -1;
-  std::string reference;
   int referenceId = -1;
+  std::string_view reference;  // its name, held by Assembly::shared
+  PartList parts;
   std::string externalFile;  // as the instance names it, when the reference is elsewhere
   Matrix matrix = kIdentity;
-  std::vector<int> parts;     // indices in Assembly::parts
   std::optional<Rgba> color;  // the instance's, else its reference's, else inherited
   std::string problem;        // why it has no children: a file that cannot be read
   bool truncated = false;     // children left out by a depth limit
@@ -73,10 +92,16 @@ struct View {
 };
 
 struct Assembly {
+  Assembly() = default;
+  Assembly(const Assembly&) = delete;  // occurrences point into `shared`; a move keeps it
+  Assembly& operator=(const Assembly&) = delete;
+  Assembly(Assembly&&) = default;
+  Assembly& operator=(Assembly&&) = default;
   std::string file, rootFile;
   HRESULT loadCode = S_OK;
   int instances = 0, references = 0, representations = 0, materials = 0;
   std::vector<std::string> sets;  // the applicative sets present
+  std::deque<ReferenceShared> shared;  // a deque: occurrences point into it as it grows
   Occurrence root;
   std::vector<Part> parts;
   std::vector<RepRow> reps;
@@ -90,6 +115,7 @@ struct Assembly {
 struct GatherOptions {
   int depth = -1;                        // levels of instances to expand; -1 for all
   bool geometry = true;                  // read the geometry buffers into parts
+  bool counts = false;  // count instances, references, representations, sets and materials
   std::function<void(size_t)> progress;  // told the number of occurrences so far
 };
 

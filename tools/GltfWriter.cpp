@@ -83,13 +83,14 @@ class Json {
     return Raw(value ? "true" : "false");
   }
   // Plain printable ASCII as it is; anything else escaped, invalid UTF-8 replaced.
-  Json& String(const std::string& value) {
+  Json& String(std::string_view value) {
     Separate();
     const bool plain = std::all_of(value.begin(), value.end(), [](char c) {
       return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
     });
     if (plain) return Raw("\"").Raw(value).Raw("\"");
-    return Raw(nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    return Raw(nlohmann::json(std::string(value))
+                   .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   }
   template <class Range>
   Json& Numbers(const Range& values) {
@@ -151,10 +152,9 @@ class Builder {
     if (_Options.occurrenceIndices) NumberDepthFirst(_Assembly.root);
     AddOccurrences();
     std::vector<int> scene{0};
-    Node& root = _Nodes[0];
-    root.name = _Assembly.root.reference.empty() ? "root" : _Assembly.root.reference;
-    root.matrix = NodeMatrix(_Conversion);
-    root.hasMatrix = true;
+    _Nodes[0].own = AddOwn({_Assembly.root.reference.empty() ? "root"
+                                                              : std::string(_Assembly.root.reference),
+                            true, NodeMatrix(_Conversion)});
     if (_Options.gpuInstancing) AddInstancing(scene);
     for (const View& view : _Assembly.views) {
       const int node = AddCamera(view);
@@ -196,11 +196,16 @@ class Builder {
   }
 
  private:
+  // The root, cameras and instanced meshes name and place themselves; occurrences' nodes,
+  // nearly all of them, leave both to their occurrence and stay small.
+  struct Own {
+    std::string name;
+    bool hasMatrix = false;
+    Matrix4 matrix{};
+  };
   struct Node {
     const Occurrence* occurrence = nullptr;  // gives the name, placement and extras
-    std::string name;                        // overrides the occurrence's
-    bool hasMatrix = false;                  // overrides the occurrence's placement
-    Matrix4 matrix{};
+    int own = -1;                            // in _Own: overrides the occurrence's
     int mesh = -1, camera = -1;
     size_t firstChild = 0, children = 0;  // children are consecutive nodes
     std::array<int, 3> instancing{-1, -1, -1};  // translation, rotation, scale accessors
@@ -278,7 +283,7 @@ class Builder {
   }
 
   // One glTF mesh per combination of parts and colour, over the parts' shared accessors.
-  int MeshFor(const std::vector<int>& parts, const std::optional<Rgba>& color) {
+  int MeshFor(const PartList& parts, const std::optional<Rgba>& color) {
     if (parts.empty()) return -1;
     const Rgba key = color.value_or(Rgba{kDefaultGrey, kDefaultGrey, kDefaultGrey, 1});
     auto found = _MeshIndex.find(MeshKey{parts, key});
@@ -418,13 +423,17 @@ class Builder {
     _Cameras.push_back({view.name, perspective, view.fieldOfView > 0 ? view.fieldOfView : 0.8,
                         view.height > 0 ? view.height * s / 2 : 1.0, nearPlane, farPlane});
     Node node;
-    node.name = view.name;
+    node.own = AddOwn({view.name, true,
+                       Matrix4{right[0], right[1], right[2], 0, up[0], up[1], up[2], 0, back[0],
+                               back[1], back[2], 0, at[0], at[1], at[2], 1}});
     node.camera = static_cast<int>(_Cameras.size() - 1);
-    node.hasMatrix = true;
-    node.matrix = {right[0], right[1], right[2], 0, up[0], up[1], up[2], 0,
-                   back[0],  back[1],  back[2],  0, at[0], at[1], at[2], 1};
     _Nodes.push_back(std::move(node));
     return static_cast<int>(_Nodes.size() - 1);
+  }
+
+  int AddOwn(Own own) {
+    _Own.push_back(std::move(own));
+    return static_cast<int>(_Own.size() - 1);
   }
 
   // Meshes placed many times move to one node each that lists every placement.
@@ -439,7 +448,7 @@ class Builder {
       if (!rigid) continue;
       for (const auto& placement : placements) _Nodes[static_cast<size_t>(placement.node)].mesh = -1;
       Node node;
-      node.name = _Meshes[static_cast<size_t>(mesh)].name + " (instanced)";
+      node.own = AddOwn({_Meshes[static_cast<size_t>(mesh)].name + " (instanced)", false, {}});
       node.mesh = mesh;
       node.instancing = {AddFloats(translations, 3), AddFloats(rotations, 4), AddFloats(scales, 3)};
       _Nodes.push_back(std::move(node));
@@ -573,14 +582,15 @@ class Builder {
 
   void WriteNode(Json& j, const Node& node) const {
     const Occurrence* o = node.occurrence;
+    const Own* own = node.own >= 0 ? &_Own[static_cast<size_t>(node.own)] : nullptr;
     j.Open('{');
-    if (!node.name.empty()) {
-      j.Key("name").String(node.name);
+    if (own != nullptr && !own->name.empty()) {
+      j.Key("name").String(own->name);
     } else if (o != nullptr) {
-      j.Key("name").String(o->name.empty() ? o->reference : o->name);
+      j.Key("name").String(o->name.empty() ? o->reference : std::string_view(o->name));
     }
-    if (node.hasMatrix) {
-      j.Key("matrix").Numbers(node.matrix);
+    if (own != nullptr && own->hasMatrix) {
+      j.Key("matrix").Numbers(own->matrix);
     } else if (o != nullptr && o->matrix != kIdentity) {  // the identity is glTF's default
       j.Key("matrix").Numbers(NodeMatrix(o->matrix));
     }
@@ -628,10 +638,11 @@ class Builder {
   };
   // Meshes are looked up once per occurrence: hashed, not ordered.
   struct MeshKey {
-    std::vector<int> parts;
+    PartList parts;  // held by the assembly
     Rgba color;
     bool operator==(const MeshKey& o) const {
-      return parts == o.parts && !(color < o.color) && !(o.color < color);
+      return std::equal(parts.begin(), parts.end(), o.parts.begin(), o.parts.end()) &&
+             !(color < o.color) && !(o.color < color);
     }
   };
   struct MeshKeyHash {
@@ -647,6 +658,7 @@ class Builder {
   const GltfOptions& _Options;
   Matrix _Conversion;
   std::vector<Node> _Nodes;
+  std::vector<Own> _Own;
   std::vector<Mesh> _Meshes;
   std::vector<Rgba> _Materials;
   std::vector<Accessor> _Accessors;

@@ -9,7 +9,7 @@
 namespace vorla {
 
 void AddInfoCommand(CLI::App& app, int& exitCode) {
-  AddInspectCommand(
+  InspectCommand inspect = AddInspectCommand(
       app, "info", "Counts, sets, views, materials and the bounding box",
       [](const Assembly& assembly, bool json) {
         std::array<double, 3> low{}, high{};
@@ -54,6 +54,7 @@ void AddInfoCommand(CLI::App& app, int& exitCode) {
         }
       },
       exitCode);
+  inspect.gather->counts = true;
 }
 
 }  // namespace vorla

@@ -41,7 +41,8 @@ struct EntriesByKey : IndexState {
 // The first entry under each key. Lookups in a walk mostly miss, so the probed table holds
 // only 8-byte slots (a fingerprint of the hash and the entry's position): a miss reads one or
 // two slots of a table small enough to stay in cache, and keys are compared only when the
-// fingerprints agree.
+// fingerprints agree. Text keys that are plain decimal numbers also set one bit each: ids are
+// such numbers, so most misses are answered by a bit near the last one read, without the table.
 template <class Key>
 class FlatFirst : public IndexState {
  public:
@@ -49,6 +50,13 @@ class FlatFirst : public IndexState {
   // Records `element` under `key` unless the key already has one. A key that refers to text
   // must outlive the index.
   void Add(const Key& key, KalLightXmlElementItf* element) {
+    if constexpr (kTextKey) {
+      const uint32_t n = Decimal(key);
+      if (n < kDecimalLimit) {
+        if (n / 64 >= _Decimals.size()) _Decimals.resize(n / 64 + 1, 0);
+        _Decimals[n / 64] |= uint64_t{1} << (n % 64);
+      }
+    }
     if ((_Entries.size() + 1) * 2 > _Slots.size()) Grow();
     const size_t hash = Hash(key);
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
@@ -63,6 +71,13 @@ class FlatFirst : public IndexState {
   }
   KalLightXmlElementItf* Find(const Key& key) const {
     if (_Slots.empty()) return nullptr;
+    if constexpr (kTextKey) {
+      const uint32_t n = Decimal(key);
+      if (n < kDecimalLimit &&
+          (n / 64 >= _Decimals.size() || (_Decimals[n / 64] >> (n % 64) & 1) == 0)) {
+        return nullptr;
+      }
+    }
     const size_t hash = Hash(key);
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
       const Slot& slot = _Slots[i];
@@ -75,6 +90,20 @@ class FlatFirst : public IndexState {
   }
 
  private:
+  static constexpr bool kTextKey = std::is_same_v<Key, std::string_view>;
+  // Numbers from this one on (a 2 MB bit set) are left to the table.
+  static constexpr uint32_t kDecimalLimit = uint32_t{1} << 24;
+  // The number a key writes in plain decimal ("0", "17"; not "017", "+1" or " 1"), else
+  // kDecimalLimit.
+  static uint32_t Decimal(std::string_view key) {
+    if (key.empty() || key.size() > 8 || (key[0] == '0' && key.size() > 1)) return kDecimalLimit;
+    uint32_t n = 0;
+    for (char c : key) {
+      if (c < '0' || c > '9') return kDecimalLimit;
+      n = n * 10 + static_cast<uint32_t>(c - '0');
+    }
+    return n;
+  }
   struct Slot {
     uint32_t fingerprint = 0;
     uint32_t position = 0;  // 1-based in _Entries; 0: the slot is free
@@ -106,6 +135,7 @@ class FlatFirst : public IndexState {
 
   std::vector<Slot> _Slots;
   std::vector<Entry> _Entries;
+  std::vector<uint64_t> _Decimals;  // text keys only: bit n set when the number n is a key
   size_t _Mask = 0;
 };
 
