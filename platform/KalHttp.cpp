@@ -1,6 +1,7 @@
 #include "KalHttp.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,10 +28,39 @@ constexpr char kTimeoutVariable[] = "KAL_HTTP_TIMEOUT";
 constexpr long kMaxRedirects = 5;
 constexpr char kAllowedProtocols[] = "http,https";
 
-// curl_global_init is not thread-safe; a function-local static runs it exactly once.
-bool InitCurlOnce() {
-  static const bool ok = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  return ok;
+// libcurl and the libraries it pulls in (TLS, Kerberos, LDAP, ...) cost every process that
+// links this library tens of milliseconds of start-up, and few documents are "http://" names:
+// libcurl is opened the first time one is, and stays open.
+struct Curl {
+  decltype(&curl_easy_init) init = nullptr;
+  decltype(&curl_easy_setopt) setopt = nullptr;
+  decltype(&curl_easy_perform) perform = nullptr;
+  decltype(&curl_easy_cleanup) cleanup = nullptr;
+};
+
+template <class Function>
+bool Resolve(void* library, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(dlsym(library, name));
+  return function != nullptr;
+}
+
+// Null when libcurl cannot be opened. curl_global_init is not thread-safe; a function-local
+// static runs it exactly once.
+const Curl* OpenCurl() {
+  static const Curl* const curl = []() -> const Curl* {
+    void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) return nullptr;
+    static Curl functions;
+    decltype(&curl_global_init) globalInit = nullptr;
+    const bool resolved = Resolve(library, "curl_global_init", globalInit) &&
+                          Resolve(library, "curl_easy_init", functions.init) &&
+                          Resolve(library, "curl_easy_setopt", functions.setopt) &&
+                          Resolve(library, "curl_easy_perform", functions.perform) &&
+                          Resolve(library, "curl_easy_cleanup", functions.cleanup);
+    if (!resolved || globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) return nullptr;
+    return &functions;
+  }();
+  return curl;
 }
 
 size_t WriteToFile(char* data, size_t size, size_t count, void* file) {
@@ -56,33 +86,32 @@ Bounds DownloadBounds() {
   return bounds;
 }
 
-struct CurlDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-
 bool Fetch(const char* url, FILE* out) {
-  if (!InitCurlOnce()) return false;
-  std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
+  const Curl* library = OpenCurl();
+  if (library == nullptr) return false;
+  const auto cleanup = [library](CURL* c) { library->cleanup(c); };
+  std::unique_ptr<CURL, decltype(cleanup)> curl(library->init(), cleanup);
   if (!curl) return false;
   CURL* c = curl.get();
+  const auto set = library->setopt;
   const Bounds bounds = DownloadBounds();
   const bool configured =
-      curl_easy_setopt(c, CURLOPT_URL, url) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_REDIR_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_MAXREDIRS, kMaxRedirects) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_FAILONERROR, 1L) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, bounds.connect) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_TIMEOUT, bounds.total) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytesPerSecond) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, bounds.stall) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, WriteToFile) == CURLE_OK &&
-      curl_easy_setopt(c, CURLOPT_WRITEDATA, out) == CURLE_OK;
+      set(c, CURLOPT_URL, url) == CURLE_OK &&
+      set(c, CURLOPT_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
+      set(c, CURLOPT_REDIR_PROTOCOLS_STR, kAllowedProtocols) == CURLE_OK &&
+      set(c, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK &&
+      set(c, CURLOPT_MAXREDIRS, kMaxRedirects) == CURLE_OK &&
+      set(c, CURLOPT_FAILONERROR, 1L) == CURLE_OK &&
+      set(c, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
+      set(c, CURLOPT_CONNECTTIMEOUT, bounds.connect) == CURLE_OK &&
+      set(c, CURLOPT_TIMEOUT, bounds.total) == CURLE_OK &&
+      set(c, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytesPerSecond) == CURLE_OK &&
+      set(c, CURLOPT_LOW_SPEED_TIME, bounds.stall) == CURLE_OK &&
+      set(c, CURLOPT_WRITEFUNCTION, WriteToFile) == CURLE_OK &&
+      set(c, CURLOPT_WRITEDATA, out) == CURLE_OK;
   // A body shorter than its Content-Length ends in CURLE_PARTIAL_FILE, so only a complete
   // response gives CURLE_OK.
-  return configured && curl_easy_perform(c) == CURLE_OK;
+  return configured && library->perform(c) == CURLE_OK;
 }
 
 }  // namespace
