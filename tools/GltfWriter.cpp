@@ -43,24 +43,37 @@ Matrix4 NodeMatrix(const Matrix& m) {
 }
 
 // glTF's JSON, written as it goes: a model of hundreds of thousands of nodes held as a JSON
-// tree first costs seconds and several times the output's size.
+// tree first costs seconds and several times the output's size. It is written through a cursor
+// into `text`'s reserved room, grown only when that runs out; an append per token would check
+// and grow the string millions of times.
 class Json {
  public:
-  explicit Json(std::string& text) : _Text(text) {}
+  explicit Json(std::string& text) : _Text(text), _Used(text.size()) {
+    _Text.resize(std::max(_Text.capacity(), _Used + kMinRoom));
+  }
+  ~Json() { _Text.resize(_Used); }
+  Json(const Json&) = delete;
+  Json& operator=(const Json&) = delete;
+
   Json& Open(char bracket) {
     Separate();
-    _Text += bracket;
+    Put(bracket);
     _First = true;
     return *this;
   }
   Json& Close(char bracket) {
-    _Text += bracket;
+    Put(bracket);
     _First = false;
     return *this;
   }
-  Json& Key(const char* key) {
+  Json& Key(std::string_view key) {
     Separate();
-    (_Text += '"').append(key) += "\":";
+    char* p = Room(key.size() + 3);
+    *p++ = '"';
+    Copy(p, key);
+    p[key.size()] = '"';
+    p[key.size() + 1] = ':';
+    _Used += key.size() + 3;
     _First = true;  // the value that follows takes no comma
     return *this;
   }
@@ -71,8 +84,9 @@ class Json {
     if (value == std::trunc(value) && std::fabs(value) < 1e15 && !(value == 0 && std::signbit(value))) {
       return Digits(static_cast<long long>(value));
     }
-    char text[32];
-    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+    char* p = Room(32);
+    _Used += static_cast<size_t>(std::to_chars(p, p + 32, value).ptr - p);
+    return *this;
   }
   Json& Integer(long long value) {
     Separate();
@@ -88,9 +102,16 @@ class Json {
     const bool plain = std::all_of(value.begin(), value.end(), [](char c) {
       return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
     });
-    if (plain) return Raw("\"").Raw(value).Raw("\"");
-    return Raw(nlohmann::json(std::string(value))
-                   .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    if (!plain) {
+      return Raw(nlohmann::json(std::string(value))
+                     .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+    char* p = Room(value.size() + 2);
+    *p = '"';
+    Copy(p + 1, value);
+    p[value.size() + 1] = '"';
+    _Used += value.size() + 2;
+    return *this;
   }
   template <class Range>
   Json& Numbers(const Range& values) {
@@ -100,19 +121,36 @@ class Json {
   }
 
  private:
+  static constexpr size_t kMinRoom = 4096;
+  // Where `bytes` more can be written.
+  char* Room(size_t bytes) {
+    if (_Text.size() - _Used < bytes) _Text.resize(std::max(2 * _Text.size(), _Used + bytes));
+    return &_Text[_Used];
+  }
+  // An empty view may hold no pointer at all, which memcpy must not be given.
+  static void Copy(char* to, std::string_view text) {
+    if (!text.empty()) std::memcpy(to, text.data(), text.size());
+  }
+  void Put(char c) {
+    *Room(1) = c;
+    ++_Used;
+  }
   void Separate() {
-    if (!_First) _Text += ',';
+    if (!_First) Put(',');
     _First = false;
   }
   Json& Digits(long long value) {
-    char text[24];
-    return Raw(std::string_view(text, std::to_chars(text, text + sizeof text, value).ptr - text));
+    char* p = Room(24);
+    _Used += static_cast<size_t>(std::to_chars(p, p + 24, value).ptr - p);
+    return *this;
   }
   Json& Raw(std::string_view text) {
-    _Text.append(text);
+    Copy(Room(text.size()), text);
+    _Used += text.size();
     return *this;
   }
   std::string& _Text;
+  size_t _Used;
   bool _First = true;
 };
 
