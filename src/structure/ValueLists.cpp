@@ -1,6 +1,7 @@
 // Blank-separated numbers in element text, vectors and 12-value matrices.
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
@@ -34,9 +35,40 @@ bool NextPiece(const KalUnicodeString& list, int start, KalUnicodeString& piece,
   return true;
 }
 
+constexpr double kExactPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7,
+                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+constexpr int kShortDigits = 15;  // below 2^53: the digits make an exact double
+
+// A piece "[-]digits[.digits]" of at most 15 digits, as strtod reads it: the digits and the
+// power of ten are exact doubles, so the one division rounds exactly as strtod rounds. False
+// for any other piece. Placements are written so, and read here without from_chars' set-up.
+bool ReadShortDecimal(const char* p, const char* pieceEnd, double& value) {
+  const bool negative = p < pieceEnd && *p == '-';
+  p += negative;
+  uint64_t digits = 0;
+  int count = 0, decimals = -1;  // -1: no point met
+  for (; p < pieceEnd; ++p) {
+    if (*p >= '0' && *p <= '9') {
+      if (++count > kShortDigits) return false;
+      digits = digits * 10 + static_cast<uint64_t>(*p - '0');
+      decimals += decimals >= 0;
+    } else if (*p == '.' && decimals < 0) {
+      decimals = 0;
+    } else {
+      return false;
+    }
+  }
+  if (count == 0) return false;
+  double read = static_cast<double>(digits);
+  if (decimals > 0) read /= kExactPowersOfTen[decimals];
+  value = negative ? -read : read;
+  return true;
+}
+
 // strtod's reading of the number at `p` (where it stopped, `p` when nothing converts), with
 // plain decimal pieces taken by from_chars, which rounds them as strtod does, only faster.
 const char* ParseNumber(const char* p, const char* pieceEnd, double& value) {
+  if (ReadShortDecimal(p, pieceEnd, value)) return pieceEnd;
   const char* q = p + (p < pieceEnd && *p == '-');
   if (q < pieceEnd && ((*q >= '0' && *q <= '9') || *q == '.')) {
     const std::from_chars_result read = std::from_chars(p, pieceEnd, value);
