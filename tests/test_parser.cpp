@@ -51,16 +51,13 @@ const Lookup kLookups[] = {&P::GetInstance3DFromLocalID, &P::GetReference3DFromL
 // A parser reads in "C" and restores the locale it saved (the second saves the first's "C").
 TEST(ParserLocale, EachParserRestoresTheLocaleItSaved) {
   const std::string original = std::setlocale(LC_ALL, nullptr);
-  for (const bool firstDiesFirst : {false, true}) {
-    SCOPED_TRACE(firstDiesFirst ? "creation order" : "reverse order");
-    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
-    auto first = std::make_unique<P>(), second = std::make_unique<P>();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
-    (firstDiesFirst ? first : second).reset();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), firstDiesFirst ? "C.UTF-8" : "C");
-    (firstDiesFirst ? second : first).reset();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), firstDiesFirst ? "C" : "C.UTF-8");
-  }
+  if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+  auto first = std::make_unique<P>(), second = std::make_unique<P>();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+  first.reset();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C.UTF-8");
+  second.reset();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
   std::setlocale(LC_ALL, original.c_str());
 }
 
@@ -197,8 +194,8 @@ TEST_F(Loading, OtherParsersReadEntriesOfTheArchiveTheOwnerKeepsOpen) {
 }
 
 // "http://" names: a copy in KalTemp, deleted once read; plain XML is read from the URL itself.
-// A download that fails, however the server fails, leaves no part of itself and the copy already
-// there as it was; only a complete one replaces it. Stalling servers are given up on in time.
+// A download that fails (here: redirected in a loop, stalled; cut and refused: PlatformFiles)
+// leaves the copy already there as it was; stalling servers are given up on in time.
 TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
   HttpServer server;
   const std::string archive = _Dir.File("served.vorla");
@@ -212,9 +209,6 @@ TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
   const std::tuple<HttpServer::Route, HRESULT, const char*, std::string> cases[] = {
       {{200, served, -1}, S_OK, "root.xml served", dir},
       {{200, newer, -1}, kVorlaVersionRefused, "root.xml <null>", dir},
-      {{200, served, 10}, E_FAIL, " <null>", ""},
-      {{404, served}, E_FAIL, " <null>", ""},
-      {{500, served}, E_FAIL, " <null>", ""},
       {{302, "", -1, "/doc"}, E_FAIL, " <null>", ""},  // a redirection to itself
       {{200, served, -1, "", 0, true}, E_FAIL, " <null>", ""},
       {{200, served, -1, "", 100}, E_FAIL, " <null>", ""},  // ten bytes a second
@@ -235,7 +229,7 @@ TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
     EXPECT_EQ(exists ? ReadFile(copy) : "<none>", want);
     EXPECT_EQ(Listing(dir).size(), 1u + exists);
   }
-  EXPECT_EQ(server.RequestCount(), 14);  // a redirection is followed five times
+  EXPECT_EQ(server.RequestCount(), 11);  // a redirection is followed five times
 }
 
 // Elements of every kind; formats f0-f6 of any tag (owners carried over; untyped, with an id or
