@@ -195,7 +195,8 @@ TEST_F(Presentation, ColorComponentsAndTheCodeOfWhatIsSet) {
 
 // The default view comes first as 0; the list appends on every call; a repeated id finds the
 // later view. Descriptions: the last one wins. Optional distances take their defaults; a
-// required one missing fails after the vectors were handed over.
+// required one missing fails after the vectors were handed over. Documents with one kind of
+// view or none.
 TEST_F(Presentation, ViewsAndTheirViewpoints) {
   EXPECT_EQ(ViewSummary(0), F + " /none");  // no list yet
   KalRawCollint ids;
@@ -216,18 +217,16 @@ TEST_F(Presentation, ViewsAndTheirViewpoints) {
   EXPECT_EQ(_Parser->GetAlternateView(3, nullptr, name, description), E_FAIL);
   EXPECT_EQ(_Parser->GetAlternateViewViewpoint(&_Stale, nullptr), E_FAIL);
   EXPECT_EQ(Camera(kVorlaPerspectiveViewpoint, nullptr), I + " - - - - 7 7 7 7");
-}
 
-// The default view alone lists 0; alternate views alone list 0 first too, with no view
-// behind it; a document with neither has no list.
-TEST_F(Presentation, ViewListOfDocumentsWithOneKindOfViewOrNone) {
+  // The default view alone lists 0; alternate views alone list 0 first too, with no view
+  // behind it; a document with neither has no list.
   const std::pair<const char*, std::string> cases[] = {
       {"<DefaultView/>", "0 0: 0 /none | 8"},
       {"", "8 : " + F + " /none"},
       {"<AlternateViewSet><AlternateView id='4'/></AlternateViewSet>", "0 0 4: " + F + " /none"}};
   for (const auto& [body, want] : cases) {
     Load(VorlaXml(std::string("<ProductStructure/>") + body));
-    KalRawCollint ids;
+    ids.RemoveAll(1);
     const HRESULT code = _Parser->GetAlternateViewList(ids);
     EXPECT_EQ(std::to_string(code) + " " + Ints(ids) + ": " + ViewSummary(0), want) << body;
   }

@@ -101,7 +101,7 @@ class Assembly : public ::testing::TestWithParam<bool> {
 // The formats of both documents, found as a caller finds them, lead to their representation
 // (from the other document a copy, children included, that outlives its parser), location,
 // document type and buffer, decoded or as Qsr, whichever the layout.
-TEST_P(Assembly, FormatsOfBothDocumentsLeadToTheirBuffers) {
+TEST_P(Assembly, FormatsLeadToBuffersDecodedOrTessellatedAndLocationsFollowTheArchive) {
   P part;
   const std::string partPath = GetParam() ? "Part.vorla" : _Dir.File("Part.vorla");
   ASSERT_EQ(part.InitParsing(partPath.c_str()), S_OK);
@@ -129,17 +129,15 @@ TEST_P(Assembly, FormatsOfBothDocumentsLeadToTheirBuffers) {
       if (found == kVorlaCopyMode) delete representation;
     }
   }
-  const std::string tg1 = "REP_DOC_TYPE_TG1=REP_DOC_TYPE_TG1 ",
-                    tg2 = "REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 ";
+  const std::string both1 = "REP_DOC_TYPE_TG1=REP_DOC_TYPE_TG1 ",
+                    both2 = "REP_DOC_TYPE_TG2=REP_DOC_TYPE_TG2 ";
   EXPECT_EQ(seen, (std::vector<std::string>{
-                      "inline 4:20 0:hello/AssociatedData " + tg1 + "hello",
-                      "shared 3:Part.vorla#30 25:mesh/AssociatedXML " + tg2 + kMeshSummary,
-                      "own 4:30 0:mesh/AssociatedXML " + tg2 + kMeshSummary}));
-}
+                      "inline 4:20 0:hello/AssociatedData " + both1 + "hello",
+                      "shared 3:Part.vorla#30 25:mesh/AssociatedXML " + both2 + kMeshSummary,
+                      "own 4:30 0:mesh/AssociatedXML " + both2 + kMeshSummary}));
 
-// Buffers: decoded data ends the search, a later tessellation or representation replaces one;
-// locations: a local id, or a file name losing "./" when it names an entry of the open archive.
-TEST_P(Assembly, BuffersAreDecodedOrTessellatedAndLocationsFollowTheArchive) {
+  // Buffers: decoded data ends the search, a later tessellation or representation replaces one;
+  // locations: a local id, or a file name losing "./" when it names an entry of the open archive.
   const std::string loc = "urn:VORLA:Representation:loc:", ext = "urn:VORLA:Representation:ext:";
   const std::string tg1 = "0 REP_DOC_TYPE_TG1 ", none = std::to_string(E_FAIL) + " stale <null>";
   // clang-format off

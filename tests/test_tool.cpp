@@ -154,8 +154,6 @@ TEST(Tool, ExitCodesCyclesAndExtraction) {
   EXPECT_EQ(extracted.exit, 0);
   EXPECT_EQ(extracted.out, std::string("\0\1\2\xFF", 4));
   EXPECT_EQ(ReadFile(dir.File("taken.glb")), "old");
-  EXPECT_TRUE(Has(RunVorla("--help", dir).out,
-                  "\n  view                        Show the assembly in the browser"));
 }
 
 }  // namespace
