@@ -18,23 +18,7 @@
 
 namespace kaltest {
 
-namespace {
-
-void Fail(const std::string& what) { throw std::runtime_error(what); }
-
-// A socket bound to 127.0.0.1 on a port the system picks, which *port gets.
-int BoundLoopbackSocket(int* port) {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  socklen_t length = sizeof address;
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-    Fail("cannot bind a socket on 127.0.0.1");
-  *port = ntohs(address.sin_port);
-  return fd;
-}
-
-}  // namespace
+static void Fail(const std::string& what) { throw std::runtime_error(what); }
 
 TempDir::TempDir() {
   const char* root = std::getenv("TMPDIR");
@@ -161,9 +145,14 @@ std::string HttpServer::Url(const std::string& path) const {
 }
 
 int UnusedLoopbackPort() {
-  int port = 0;
-  close(BoundLoopbackSocket(&port));
-  return port;
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t length = sizeof address;
+  const bool bound = fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
+  close(fd);
+  if (!bound) Fail("cannot bind a socket on 127.0.0.1");
+  return ntohs(address.sin_port);
 }
 
 }  // namespace kaltest

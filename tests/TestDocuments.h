@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,7 +14,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "KalLightXmlElementItf.h"
@@ -122,13 +120,12 @@ inline std::string Entity(const std::string& tag, const std::string& attributes,
          ">";
 }
 
-// A Vorla root document: a header with the given schema version, then `body`.
+// A Vorla root document: a header with the given schema version, then `body`; one whose
+// product structure has root reference 1 and holds `body`.
 inline std::string VorlaXml(const std::string& body, const std::string& version = "1.0") {
   return "<Model><Header><SchemaVersion>" + version + "</SchemaVersion></Header>" + body +
          "</Model>";
 }
-
-// A Vorla root document whose product structure has root reference 1 and holds `body`.
 inline std::string Structure(const std::string& body, const std::string& version = "1.0") {
   return VorlaXml("<ProductStructure root='1'>" + body + "</ProductStructure>", version);
 }
@@ -139,12 +136,10 @@ inline std::string Ref(int id, const std::string& name, const std::string& conte
                 content);
 }
 
-// The "name" attribute of an element; "<null>" for no element.
-inline std::string NameOf(const KalLightXmlElementItf* e) {
+// The "name" attribute of an element, "<null>" for none; of a collection's, space-separated.
+inline std::string NameOf(const Element* e) {
   return e == nullptr ? "<null>" : Str(e->GetAttribute("name"));
 }
-
-// The names of a collection's elements, space-separated.
 inline std::string Names(const KalRawCollPV& elements) {
   std::string names;
   for (int i = 1; i <= elements.Size(); ++i)

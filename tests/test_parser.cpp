@@ -51,16 +51,13 @@ const Lookup kLookups[] = {&P::GetInstance3DFromLocalID, &P::GetReference3DFromL
 // A parser reads in "C" and restores the locale it saved (the second saves the first's "C").
 TEST(ParserLocale, EachParserRestoresTheLocaleItSaved) {
   const std::string original = std::setlocale(LC_ALL, nullptr);
-  for (const bool firstDiesFirst : {false, true}) {
-    SCOPED_TRACE(firstDiesFirst ? "creation order" : "reverse order");
-    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
-    auto first = std::make_unique<P>(), second = std::make_unique<P>();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
-    (firstDiesFirst ? first : second).reset();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), firstDiesFirst ? "C.UTF-8" : "C");
-    (firstDiesFirst ? second : first).reset();
-    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), firstDiesFirst ? "C" : "C.UTF-8");
-  }
+  if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+  auto first = std::make_unique<P>(), second = std::make_unique<P>();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+  first.reset();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C.UTF-8");
+  second.reset();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
   std::setlocale(LC_ALL, original.c_str());
 }
 
@@ -197,24 +194,20 @@ TEST_F(Loading, OtherParsersReadEntriesOfTheArchiveTheOwnerKeepsOpen) {
 }
 
 // "http://" names: a copy in KalTemp, deleted once read; plain XML is read from the URL itself.
-// A download that fails, however the server fails, leaves no part of itself and the copy already
-// there as it was; only a complete one replaces it. Stalling servers are given up on in time.
+// A download that fails (here: redirected in a loop, stalled; cut and refused: PlatformFiles)
+// leaves the copy already there as it was; stalling servers are given up on in time.
 TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
   HttpServer server;
   const std::string archive = _Dir.File("served.vorla");
-  auto pack = [&](const std::string& xml) {
-    WriteVorlaArchive(archive, "root.xml", xml);
-    return ReadFile(archive);
-  };
-  const std::string served = pack(Doc("served")), newer = pack(Doc("served", "3.0"));
+  WriteVorlaArchive(archive, "root.xml", Doc("served", "3.0"));
+  const std::string newer = ReadFile(archive);
+  WriteVorlaArchive(archive, "root.xml", Doc("served"));
+  const std::string served = ReadFile(archive);
   const std::string url = server.Url("/doc"), copy = _Dir.File("local.vorla");
   const std::string dir = _Dir.Path(), urlDir = url.substr(0, url.rfind('/'));
   const std::tuple<HttpServer::Route, HRESULT, const char*, std::string> cases[] = {
       {{200, served, -1}, S_OK, "root.xml served", dir},
       {{200, newer, -1}, kVorlaVersionRefused, "root.xml <null>", dir},
-      {{200, served, 10}, E_FAIL, " <null>", ""},
-      {{404, served}, E_FAIL, " <null>", ""},
-      {{500, served}, E_FAIL, " <null>", ""},
       {{302, "", -1, "/doc"}, E_FAIL, " <null>", ""},  // a redirection to itself
       {{200, served, -1, "", 0, true}, E_FAIL, " <null>", ""},
       {{200, served, -1, "", 100}, E_FAIL, " <null>", ""},  // ten bytes a second
@@ -235,7 +228,7 @@ TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
     EXPECT_EQ(exists ? ReadFile(copy) : "<none>", want);
     EXPECT_EQ(Listing(dir).size(), 1u + exists);
   }
-  EXPECT_EQ(server.RequestCount(), 14);  // a redirection is followed five times
+  EXPECT_EQ(server.RequestCount(), 11);  // a redirection is followed five times
 }
 
 // Elements of every kind; formats f0-f6 of any tag (owners carried over; untyped, with an id or
@@ -325,10 +318,7 @@ TEST_F(Queries, LoadingRecordsRootChildrenAndElementsByKindAndId) {
     EXPECT_EQ(Found(S_OK, get), "<null>");
     EXPECT_EQ((_Parser.*get)(nullptr), E_FAIL);
   }
-  for (Lookup lookup : kLookups) {
-    EXPECT_EQ(Found(E_FAIL, lookup, 1), "<null>");
-    EXPECT_EQ((_Parser.*lookup)(1, nullptr), E_FAIL);
-  }
+  for (Lookup lookup : kLookups) EXPECT_EQ((_Parser.*lookup)(1, nullptr), E_FAIL);
   for (auto pass : {&P::RetrieveContainerNodes, &P::RetrieveRootReferenceNode,
                     &P::RetrieveApplicativeSetNodes, &P::CheckVorlaVersion})
     EXPECT_EQ((_Parser.*pass)(), E_FAIL);
@@ -410,12 +400,10 @@ TEST_F(Queries, DirectChildSearchesFindTheFirstMatchAndFailOnNullChildren) {
   Node p = &probe, e = &empty, br = &broken, n = nullptr;
   const auto T = &P::GetVorlaChildNodeFromType, N = &P::GetVorlaChildNodeFromName;
   const std::tuple<decltype(T), Node, const char*, HRESULT, const char*> cases[] = {
-      {T, p, "A", S_OK, "a1"},           {T, p, "Deep", S_FALSE, "<null>"},
-      {T, p, "Item", S_FALSE, "<null>"}, {T, p, "", S_OK, "empty"},
+      {T, p, "A", S_OK, "a1"},           {T, p, "", S_OK, "empty"},
       {T, e, "A", S_FALSE, "<null>"},    {T, n, "A", E_FAIL, ""},
-      {T, br, "Miss", S_OK, "miss"},     {T, br, "B", E_FAIL, "<null>"},
-      {N, p, "Item", S_OK, "a1"},        {N, p, "Deep", S_FALSE, "<null>"},
-      {N, p, "A", S_FALSE, "<null>"},    {N, e, "Item", E_FAIL, "<null>"},
+      {T, br, "B", E_FAIL, "<null>"},    {N, p, "Item", S_OK, "a1"},
+      {N, p, "Deep", S_FALSE, "<null>"}, {N, e, "Item", E_FAIL, "<null>"},
       {N, n, "Item", E_FAIL, ""},        {N, br, "Miss", S_OK, "miss"},
       {N, br, "B", E_FAIL, "<null>"}};
   for (const auto& [search, parent, wanted, code, found] : cases)
@@ -426,10 +414,9 @@ TEST_F(Queries, DirectChildSearchesFindTheFirstMatchAndFailOnNullChildren) {
   const auto V = &P::GetValueString, A = &P::GetAttributeString;
   // clang-format off
   const std::tuple<decltype(V), Node, HRESULT, const char*, const char*> reads[] = {
-      {V, p, S_OK, "Item", "first"}, {V, p, S_OK, "Deep", ""}, {V, p, S_OK, "Missing", ""},
-      {V, e, E_FAIL, "Item", ""}, {V, br, E_FAIL, "Item", ""},
-      {V, n, E_INVALIDARG, "Item", "stale"}, {A, n, E_INVALIDARG, "name", "stale"},
-      {A, p, S_OK, "name", "probe"}, {A, p, S_OK, "missing", ""}};
+      {V, p, S_OK, "Item", "first"}, {V, p, S_OK, "Missing", ""}, {V, e, E_FAIL, "Item", ""},
+      {V, br, E_FAIL, "Item", ""}, {V, n, E_INVALIDARG, "Item", "stale"},
+      {A, n, E_INVALIDARG, "name", "stale"}, {A, p, S_OK, "name", "probe"}};
   // clang-format on
   for (const auto& [read, element, code, name, want] : reads) {
     KalUnicodeString value("stale");
@@ -501,8 +488,7 @@ TEST_F(Queries, UrnsSplitIntoKindLocalityFileNameAndId) {
       {"urn:VORLA:Representation:ext:a.vorla.b.vorla#3", S_OK, 1, 0, "3", 3, "a.vorla.b.vorla"},
       {"urn:VORLA:Representation:ext:child.xml#3", S_OK, 1, 0, nullptr, 0, nullptr},
       {"0123456789Reference:loc:4 urn:VORLA:", S_OK, 0, 1, "4 urn:VORLA:", 4, ""},
-      {"urn:vorla:Reference:loc:1", E_FAIL, 77, 9, "stale", -99, "stale"},
-      {"", E_FAIL, 77, 9, "stale", -99, "stale"}};
+      {"urn:vorla:Reference:loc:1", E_FAIL, 77, 9, "stale", -99, "stale"}};
   for (const auto& [urn, code, type, local, idText, id, fileName] : cases) {
     SCOPED_TRACE(urn);
     KalVorlaUrnType types[2] = {static_cast<KalVorlaUrnType>(77), static_cast<KalVorlaUrnType>(77)};
@@ -526,7 +512,16 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
   WriteFile(dir.File("doc.xml"), QueryDocument());
   const auto c = [](HRESULT code) { return code == E_FAIL ? "F" : std::to_string(code); };
   FakeElement stale("Stale", {}, "~");  // "~": an output left alone
-  const auto ask = [&](P& p, std::ostringstream& out) {
+  FakeElement two("Representation", {}, "two", "", "", "2"), five("Node", {}, "", "", "", "5");
+  FakeElement broken("Set", {&two, nullptr, &two});
+  for (const bool scans : {false, true}) {
+    SCOPED_TRACE(scans ? "plain scans" : "indexes");
+    P p, withNulls;  // withNulls: a null entry ends its format list and its set
+    for (P* parser : {&p, &withNulls}) {
+      ASSERT_EQ(parser->InitParsing(dir.File("doc.xml").c_str()), S_OK);
+      if (scans) Inspector::UsePlainScans(*parser);
+    }
+    std::ostringstream out;  // << sequences the calls before the outputs are read
     for (const char* id : {"", "-1", "0", "1", "01", "5", "05", "6", "x"}) {
       FakeElement node("Node", {}, "", "", "", id);
       KalRawCollPV formats;
@@ -543,34 +538,20 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
           << c(p.GetGraphicMaterialNode(id, &m)) << NameOf(m) << " "
           << c(p.GetSpecificExtensionNode(id, &x)) << NameOf(x) << "; ";
     }
+    char* buffer = nullptr;
+    unsigned int size = 0;
+    KalUnicodeString tag;
     for (const char* id : {"2", "02", "-1", "", "x", "9"}) {
-      char* buffer = nullptr;
-      unsigned int size = 0;
-      KalUnicodeString tag;
+      buffer = nullptr, size = 0, tag = "";
       out << "{" << id << "} " << c(p.GetBufferFromGeometricRepresentationID(id, buffer, size, tag))
           << " " << size << " " << Str(tag) << "; ";
       delete[] buffer;
-    }
-  };
-  FakeElement two("Representation", {}, "two", "", "", "2"), five("Node", {}, "", "", "", "5");
-  FakeElement broken("Set", {&two, nullptr, &two});
-  for (const bool scans : {false, true}) {
-    SCOPED_TRACE(scans ? "plain scans" : "indexes");
-    P parser, withNulls;  // withNulls: a null entry ends its format list and its set
-    for (P* p : {&parser, &withNulls}) {
-      ASSERT_EQ(p->InitParsing(dir.File("doc.xml").c_str()), S_OK);
-      if (scans) Inspector::UsePlainScans(*p);
     }
     Inspector::AppendFormat(withNulls, nullptr);
     Inspector::SetRepSet(withNulls, &broken);
     KalRawCollPV formats;
     formats.Append(&two);  // formats are appended
     Element* a = nullptr;
-    char* buffer = nullptr;
-    unsigned int size = 0;
-    KalUnicodeString tag;
-    std::ostringstream out;  // << sequences the calls before the outputs are read
-    ask(parser, out);
     out << c(withNulls.GetRepFormatsFromRepReference(&five, &formats)) << " " << Names(formats)
         << " | " << c(withNulls.GetRepresentationNodeFromId(2, &a, 0)) << NameOf(a) << " "
         << c(withNulls.GetRepresentationNodeFromId(3, &a, 0)) << " "

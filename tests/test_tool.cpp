@@ -1,15 +1,9 @@
 // The vorla command: its output on the bundled sample, exit codes, extraction, and glTF that
 // the Khronos validator accepts and that stores a part placed many times once.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
 #include "TestDocuments.h"
 
+namespace kaltest {
 namespace {
-
-using kaltest::Entity;
 
 // Whether `piece` is in `text`, showing `text` when it is not.
 ::testing::AssertionResult Has(const std::string& text, const std::string& piece) {
@@ -20,11 +14,11 @@ using kaltest::Entity;
 // Exports `input` to `output` with `flags`: the export must succeed and the Khronos validator
 // find no error and no warning. Gives the tool's standard error and the validator's report.
 std::pair<std::string, std::string> Export(const std::string& input, const std::string& output,
-                                           const kaltest::TempDir& dir, const char* flags = "") {
-  const kaltest::ToolRun r = kaltest::RunVorla("export " + input + " -o " + output + flags, dir);
+                                           const TempDir& dir, const char* flags = "") {
+  const ToolRun r = RunVorla("export " + input + " -o " + output + flags, dir);
   EXPECT_EQ(r.exit, 0) << r.err;
   const std::string report =
-      kaltest::RunVorla(KAL_SOURCE_DIR "/scripts/validate-gltf.js " + output, dir, "node").out;
+      RunVorla(KAL_SOURCE_DIR "/scripts/validate-gltf.js " + output, dir, "node").out;
   EXPECT_EQ(report.substr(0, report.find(",\"infos\"")),
             "{\"file\":\"" + output + "\",\"errors\":0,\"warnings\":0")
       << report;  // nothing when the validator is not installed: run scripts/setup.sh
@@ -35,8 +29,8 @@ const std::string kSample = std::string(KAL_SOURCE_DIR) + "/examples/sample.vorl
 const std::string kRef = "urn:VORLA:Reference:loc:", kRep = "urn:VORLA:Representation:loc:";
 
 TEST(Tool, SampleTreeExportAndInfo) {
-  kaltest::TempDir dir;
-  const kaltest::ToolRun tree = kaltest::RunVorla("tree " + kSample + " --depth 2", dir);
+  TempDir dir;
+  const ToolRun tree = RunVorla("tree " + kSample + " --depth 2", dir);
   const std::string& t = tree.out;
   EXPECT_EQ(tree.exit, 0) << tree.err;
   EXPECT_EQ(t.substr(0, t.find("    instance \"Foot.1\"")),
@@ -51,7 +45,7 @@ TEST(Tool, SampleTreeExportAndInfo) {
   EXPECT_EQ(Export(kSample, dir.File("lamp.glb"), dir).first,
             "vorla: wrote " + dir.File("lamp.glb") +
                 ": 19 nodes, 6 meshes, 567 vertices stored, 3 cameras, 30804 bytes\n");
-  const kaltest::ToolRun info = kaltest::RunVorla("info --json " + kSample, dir);
+  const ToolRun info = RunVorla("info --json " + kSample, dir);
   EXPECT_EQ(info.exit, 0);
   EXPECT_TRUE(Has(info.out, "\"instances\": 15,\n  \"references\": 9,\n  \"representations\": 5"));
 }
@@ -78,7 +72,7 @@ std::string Placements(int count, const std::string& structure = "", const std::
     xml += Entity("Instance3D", "id='" + std::to_string(100 + i) + "' name='t'", "1", kRef + "2",
                   "<RelativeMatrix>1 0 0 0 1 0 0 0 1 " + x + " 0 0</RelativeMatrix>");
   }
-  return kaltest::VorlaXml(
+  return VorlaXml(
       xml + structure + "</ProductStructure><GeometricRepresentationSet>" + reps +
       "<Representation id='9' format='TESSELLATED' version='1.0'><AssociatedXML><Mesh><Positions>"
       "0 0 0 10 0 0 10 10 0 0 10 0</Positions><Triangles>0 1 2 0 2 3</Triangles></Mesh>"
@@ -89,8 +83,8 @@ std::string Placements(int count, const std::string& structure = "", const std::
 // colour on one placement makes a second mesh over the same four stored vertices. What cannot
 // be converted is named in one warning; a part without geometry is a node without a mesh.
 TEST(Tool, ExportStoresAPartOnceAndReportsWhatItCannotConvert) {
-  kaltest::TempDir dir;
-  kaltest::WriteFile(dir.File("row.xml"), Placements(1000));
+  TempDir dir;
+  WriteFile(dir.File("row.xml"), Placements(1000));
   for (const char* flag : {"", " --gpu-instancing"}) {
     const std::string glb = dir.File(*flag ? "instanced.glb" : "row.glb");
     const auto [err, report] = Export(dir.File("row.xml"), glb, dir, flag);
@@ -98,22 +92,21 @@ TEST(Tool, ExportStoresAPartOnceAndReportsWhatItCannotConvert) {
                                : ": 1001 nodes, 1 meshes, 4 vertices stored"));
     // The validator does not know the instancing extension: it says so as information only.
     EXPECT_EQ(bool(Has(report, "UNSUPPORTED_EXTENSION")), *flag != 0);
-    EXPECT_EQ(bool(Has(kaltest::ReadFile(glb), "EXT_mesh_gpu_instancing")), *flag != 0);
+    EXPECT_EQ(bool(Has(ReadFile(glb), "EXT_mesh_gpu_instancing")), *flag != 0);
   }
-  kaltest::WriteFile(dir.File("coloured.xml"),
-                     Placements(3, Entity("GraphicPropertiesAspect", "aspectOwner='101'", "", "",
-                                          "<GraphicProperties><SurfaceAttributes xsi:type='Surface"
-                                          "AttributesType'><Color red='1' green='0' blue='0'/>"
-                                          "</SurfaceAttributes></GraphicProperties>")));
+  WriteFile(dir.File("coloured.xml"),
+            Placements(3, Entity("GraphicPropertiesAspect", "aspectOwner='101'", "", "",
+                                 "<GraphicProperties><SurfaceAttributes xsi:type='Surface"
+                                 "AttributesType'><Color red='1' green='0' blue='0'/>"
+                                 "</SurfaceAttributes></GraphicProperties>")));
   EXPECT_TRUE(Has(Export(dir.File("coloured.xml"), dir.File("c.glb"), dir).first,
                   ": 4 nodes, 2 meshes, 4 vertices stored"));
   // The tile's representation 9 is now first an exact one; the part "Empty" has an empty one.
-  kaltest::WriteFile(
-      dir.File("odd.xml"),
-      Placements(1, Part(5, "Empty", 8) + Entity("Instance3D", "id='50'", "1", kRef + "5"),
-                 "<Representation id='9' format='EXACT' version='1.2'/>"
-                 "<Representation id='8' format='TESSELLATED' version='1.0'>"
-                 "<AssociatedXML/></Representation>"));
+  WriteFile(dir.File("odd.xml"),
+            Placements(1, Part(5, "Empty", 8) + Entity("Instance3D", "id='50'", "1", kRef + "5"),
+                       "<Representation id='9' format='EXACT' version='1.2'/>"
+                       "<Representation id='8' format='TESSELLATED' version='1.0'>"
+                       "<AssociatedXML/></Representation>"));
   const std::string err = Export(dir.File("odd.xml"), dir.File("odd.glb"), dir).first;
   EXPECT_EQ(err.substr(0, err.find("vorla: wrote")),
             "vorla: warning: 1 representation(s) without geometry that can be converted:\n  " +
@@ -124,48 +117,41 @@ TEST(Tool, ExportStoresAPartOnceAndReportsWhatItCannotConvert) {
 // Usage 2, unreadable documents 1 (also one whose reference instantiates itself), outputs that
 // cannot or must not be written and a port taken 3; extract writes the bytes.
 TEST(Tool, ExitCodesCyclesAndExtraction) {
-  kaltest::TempDir dir;
-  kaltest::WriteFile(dir.File("loop.xml"),
-                     Placements(2, Entity("Instance3D", "id='99' name='loop'", "2", kRef + "2"),
-                                "<Representation id='7' format='TESSELLATED' version='1.0'>"
-                                "<AssociatedData> AAEC\n/w== </AssociatedData></Representation>"));
-  kaltest::WriteFile(dir.File("taken.glb"), "old");
-  kaltest::HttpServer busy;  // holds a port `view` cannot serve on
+  TempDir dir;
+  const std::string loop = dir.File("loop.xml"), none = dir.File("none.vorla"), S = " " + kSample;
+  const std::string glb = dir.File("taken.glb");
+  WriteFile(loop, Placements(2, Entity("Instance3D", "id='99' name='loop'", "2", kRef + "2"),
+                             "<Representation id='7' format='TESSELLATED' version='1.0'>"
+                             "<AssociatedData> AAEC\n/w== </AssociatedData></Representation>"));
+  WriteFile(glb, "old");
+  HttpServer busy;  // holds a port `view` cannot serve on
   const std::string taken = busy.Url("").substr(busy.Url("").rfind(':') + 1);
-  // Arguments, exit code, the start of standard error (all of it when the exit is 0).
+  // Arguments, exit code, the start of standard error.
   const std::tuple<std::string, int, std::string> cases[] = {
       {"", 2, "A subcommand is required"},
       {"tree", 2, "FILE is required"},
-      {"tree " + dir.File("none.vorla"), 1,
-       "vorla: cannot read " + dir.File("none.vorla") +
-           ": it is missing, not a Vorla document, or damaged (code 0x80004005)"},
-      {"export " + kSample + " -o " + dir.File("x.obj"), 2, "vorla: the output must end in"},
-      {"export " + kSample + " -o " + dir.File("taken.glb"), 3,
-       "vorla: " + dir.File("taken.glb") + " exists; use --force to replace it"},
-      {"export " + kSample + " -o " + dir.File("no/such/dir.glb"), 3, "vorla: cannot write "},
-      {"extract " + kSample + " --id 999 -o -", 1,
-       "vorla: " + kSample + " has no representation 999 with data"},
+      {"export" + S + " -o " + dir.File("x.obj"), 2, "vorla: the output must end in"},
+      {"export" + S + " -o " + glb, 3, "vorla: " + glb + " exists; use --force to replace it"},
+      {"export" + S + " -o " + dir.File("no/such/dir.glb"), 3, "vorla: cannot write "},
+      {"extract" + S + " --id 999 -o -", 1, "vorla:" + S + " has no representation 999 with data"},
       {"view --no-open", 2, "FILE is required"},
-      {"view --no-open --port 65536 " + kSample, 2, "--port: Value 65536 not in range 0 to 65535"},
-      {"view --no-open --port -1 " + kSample, 2, "--port: Value -1 not in range 0 to 65535"},
-      {"view --no-open " + dir.File("none.vorla"), 1,
-       "vorla: cannot read " + dir.File("none.vorla")},
-      {"view --no-open --port " + taken + " " + kSample, 3,
-       "vorla: cannot serve on 127.0.0.1:" + taken + "\n"},
-      {"tree " + dir.File("loop.xml"), 1,
-       "vorla: cannot walk " + dir.File("loop.xml") + ": reference \"Tile\" [2] of " +
-           dir.File("loop.xml") + " instantiates itself\n"}};
+      {"view --no-open --port 65536" + S, 2, "--port: Value 65536 not in range 0 to 65535"},
+      {"view --no-open --port -1" + S, 2, "--port: Value -1 not in range 0 to 65535"},
+      {"view --no-open " + none, 1, "vorla: cannot read " + none},
+      {"view --no-open --port " + taken + S, 3, "vorla: cannot serve on 127.0.0.1:" + taken + "\n"},
+      {"tree " + loop, 1,
+       "vorla: cannot walk " + loop + ": reference \"Tile\" [2] of " + loop +
+           " instantiates itself\n"}};
   for (const auto& [args, exit, err] : cases) {
-    const kaltest::ToolRun r = kaltest::RunVorla(args, dir);
+    const ToolRun r = RunVorla(args, dir);
     EXPECT_EQ(r.exit, exit) << args;
-    EXPECT_EQ(r.err.substr(0, exit ? err.size() : std::string::npos), err) << args;
+    EXPECT_EQ(r.err.substr(0, err.size()), err) << args;
   }
-  const kaltest::ToolRun extracted = kaltest::RunVorla("extract " + dir.File("loop.xml") + " --id 7 -o -", dir);
+  const ToolRun extracted = RunVorla("extract " + loop + " --id 7 -o -", dir);
   EXPECT_EQ(extracted.exit, 0);
   EXPECT_EQ(extracted.out, std::string("\0\1\2\xFF", 4));
-  EXPECT_EQ(kaltest::ReadFile(dir.File("taken.glb")), "old");
-  EXPECT_TRUE(Has(kaltest::RunVorla("--help", dir).out,
-                  "\n  view                        Show the assembly in the browser"));
+  EXPECT_EQ(ReadFile(glb), "old");
 }
 
 }  // namespace
+}  // namespace kaltest
