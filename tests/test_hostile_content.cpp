@@ -12,11 +12,10 @@ std::string Top(const std::string& name, const std::string& content = "") {
   return Structure(Entity("Reference3D", "id='1' name='" + name + "'", "", "", content));
 }
 
-std::string Nested(int depth) {
-  std::string xml;
-  for (int i = 0; i < depth; ++i) xml += "<n>";
-  for (int i = 0; i < depth; ++i) xml += "</n>";
-  return xml;
+std::string Nested(size_t depth) {
+  std::string open, close;
+  for (size_t i = 0; i < depth; ++i) open += "<n>", close += "</n>";
+  return open + close;
 }
 
 // The reader keeps its open elements on a stack of its own and the tree in one arena, so any
@@ -49,8 +48,7 @@ TEST(HostileXml, AnyNestingAndHugeValuesLoadANulInAValueIsRefused) {
 TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
   TempDir dir;
   const auto doc = [&](const std::string& file, const std::string& structure) {
-    WriteFile(dir.File(file), Structure(structure));
-    return dir.File(file);
+    return WriteFile(dir.File(file), Structure(structure)), dir.File(file);
   };
   const auto inst = [](int id, int parent, const std::string& urn, const std::string& more = "") {
     return Entity("Instance3D", "id='" + std::to_string(id) + "' name='i'", std::to_string(parent),
@@ -101,8 +99,8 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
        "    instance \"i\" [13] -> reference \"Shared\" [4]\n"},
       {"tree " + nested, 0, "", "reference \"Top\" [1]\n"}};
   for (const auto& [args, exit, err, out] : cases) {
-    const auto run = RunVorla(args, dir);
-    EXPECT_EQ(std::make_tuple(run.exit, run.err, run.out), std::make_tuple(exit, err, out)) << args;
+    const ToolRun run = RunVorla(args, dir);
+    EXPECT_EQ(std::tie(run.exit, run.err, run.out), std::tie(exit, err, out)) << args;
   }
   EXPECT_FALSE(FileExists(dir.File("out.glb")));
 }
