@@ -110,6 +110,7 @@ TEST(Hostile, ArchivesThatLieOrExplodeEndInAPinnedCode) {
   inconsistent[14] ^= 1;  // the CRC in the manifest's local header alone
   // A bzip2 root entry (read in pieces, not whole) whose headers both say 256 bytes too many.
   zip_t* bz = zip_open(path.c_str(), ZIP_CREATE, nullptr);
+  ASSERT_NE(bz, nullptr);
   zip_file_add(bz, "Root.vorla", zip_source_buffer(bz, xml.data(), n, 0), 0);
   zip_file_add(bz, "Manifest.xml", zip_source_buffer(bz, manifest.data(), manifest.size(), 0), 0);
   zip_set_file_compression(bz, 0, ZIP_CM_BZIP2, 0);
