@@ -1,5 +1,4 @@
-// What the fuzz targets share: inputs as files of this process's own, parsed XML, and an
-// element holding a given text.
+// What the fuzz targets share: inputs as files of this process's own, and parsed XML.
 #ifndef KAL_FUZZ_SUPPORT_H
 #define KAL_FUZZ_SUPPORT_H
 
@@ -27,10 +26,8 @@ inline const std::string& ScratchDir() {
     const char* tmp = std::getenv("TMPDIR");
     const bool shm = std::filesystem::is_directory("/dev/shm");
     auto* path = new std::string(tmp != nullptr && *tmp != '\0' ? tmp : shm ? "/dev/shm" : "/tmp");
-    *path += "/kalfuzz-XXXXXX";
-    if (mkdtemp(path->data()) == nullptr) std::abort();
-    setenv("KalTemp", path->c_str(), 1);
-    setenv("http_proxy", "http://127.0.0.1:9", 1);
+    if (mkdtemp((*path += "/kalfuzz-XXXXXX").data()) == nullptr) std::abort();
+    setenv("KalTemp", path->c_str(), 1), setenv("http_proxy", "http://127.0.0.1:9", 1);
     std::atexit([] { std::filesystem::remove_all(ScratchDir()); });
     return path;
   }();
@@ -47,33 +44,11 @@ inline std::string WriteInput(const uint8_t* data, size_t size, const char* name
 
 // The document element of the bytes, null when the reader refuses them.
 inline std::unique_ptr<KalLightXmlElementItf> ParseXml(const uint8_t* data, size_t size) {
-  KalLightXmlElementFactory factory;
-  std::unique_ptr<KalLightXmlElementItf> root(factory.CreateElement());
+  std::unique_ptr<KalLightXmlElementItf> root(KalLightXmlElementFactory().CreateElement());
   KalLightXmlInputStreamBuffer input(data, static_cast<int>(size));
-  KalLightXmlParser parser;
-  if (parser.Parse(input, *root) != 1) root.reset();
+  if (KalLightXmlParser().Parse(input, *root) != 1) root.reset();
   return root;
 }
-
-// An element with no child and no attribute, holding `text`.
-class TextElement : public KalLightXmlElementItf {
- public:
-  explicit TextElement(const KalUnicodeString& text) : _Text(text) {}
-  int CopyFrom(const KalLightXmlElementItf*) override { return 0; }
-  KalPosition GetHeadPosition() const override { return nullptr; }
-  KalLightXmlElementItf* GetNextChild(KalPosition& cursor) const override {
-    cursor = nullptr;
-    return nullptr;
-  }
-  const KalUnicodeString& GetType() const override { return _Tag; }
-  const KalUnicodeString& GetAttribute(const KalUnicodeString&) const override {
-    return KalUnicodeString::Empty();
-  }
-  const KalUnicodeString& GetValue() const override { return _Text; }
-
- private:
-  KalUnicodeString _Tag{"Text"}, _Text;
-};
 
 }  // namespace kalfuzz
 

@@ -5,28 +5,25 @@
 // to themselves.
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "FuzzSupport.h"
 #include "KalCodePage.h"
 
 namespace {
 
-struct Decoded {
-  int rc;
-  std::string bytes;
-};
+const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-Decoded Decode(const std::string& text) {
+// The result code and the bytes; a failure must hand out neither a buffer nor a length.
+std::pair<int, std::string> Decode(const std::string& text) {
   unsigned char* data = nullptr;
   unsigned int length = 0;
   const int rc = KalCodePage::ConvertFromBase64(text.c_str(), data, length);
   if ((rc == 0) != (data != nullptr) || (rc != 0 && length != 0)) std::abort();
-  Decoded d{rc, std::string(reinterpret_cast<const char*>(data), data != nullptr ? length : 0)};
+  const std::string bytes(reinterpret_cast<const char*>(data), data != nullptr ? length : 0);
   delete[] data;
-  return d;
+  return {rc, bytes};
 }
-
-const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::string Encode(const std::string& bytes) {
   std::string text;
@@ -43,18 +40,16 @@ std::string Encode(const std::string& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data),
-                         strnlen(reinterpret_cast<const char*>(data), size));
-  const Decoded plain = Decode(text);
+  const char* chars = reinterpret_cast<const char*>(data);
+  const std::string text(chars, strnlen(chars, size));
   std::string spread;
   for (char c : text) (spread += c) += ' ';
-  const Decoded spaced = Decode(spread);
-  if (plain.rc != spaced.rc || plain.bytes != spaced.bytes) std::abort();
-  if (plain.rc != 0) return 0;
+  const auto plain = Decode(text);
+  if (Decode(spread) != plain) std::abort();
+  if (plain.first != 0) return 0;
   size_t characters = 0;
-  for (char c : text) characters += std::strchr(kAlphabet, c) != nullptr && c != '\0';
-  if (plain.bytes.size() != characters * 3 / 4) std::abort();
-  const Decoded again = Decode(Encode(plain.bytes));
-  if (again.rc != 0 || again.bytes != plain.bytes) std::abort();
+  for (char c : text) characters += std::strchr(kAlphabet, c) != nullptr;
+  if (plain.second.size() != characters * 3 / 4) std::abort();
+  if (Decode(Encode(plain.second)) != std::make_pair(0, plain.second)) std::abort();
   return 0;
 }

@@ -27,13 +27,12 @@ void AskAboutId(KalVorlaParser& p, int id) {
   KalUnicodeString file;
   KalRawCollPV elements;
   int other = 0;
-  p.GetInstance3DFromLocalID(id, &e), p.GetReference3DFromLocalID(id, &e);
-  p.GetInstanceRepFromLocalID(id, &e), p.GetReferenceRepFromLocalID(id, &e);
-  p.GetReference3DFromInstance3D(id, &e), p.GetReference3DFromInstance3D(id, &e, file, other);
-  p.GetInstancesFromReference3D(id, &elements),
-      p.GetVorlaNodeFromOtherIDAttribute(id, "Instance3D", "id", &e);
-  p.GetSpecificExtensionNode(id, &e), p.GetGraphicMaterialNode(id, &e),
-      p.GetRepresentationNode(id, &e);
+  p.GetInstance3DFromLocalID(id, &e), p.GetReference3DFromLocalID(id, &e),
+      p.GetInstanceRepFromLocalID(id, &e), p.GetReferenceRepFromLocalID(id, &e),
+      p.GetReference3DFromInstance3D(id, &e), p.GetReference3DFromInstance3D(id, &e, file, other),
+      p.GetInstancesFromReference3D(id, &elements), p.GetSpecificExtensionNode(id, &e),
+      p.GetVorlaNodeFromOtherIDAttribute(id, "Instance3D", "id", &e),
+      p.GetGraphicMaterialNode(id, &e), p.GetRepresentationNode(id, &e);
   for (long mode : {0L, static_cast<long>(kVorlaCopyMode)}) {
     Drop(p.GetRepresentationNodeFromId(id, &e, mode), e);
     Drop(p.GetTechRepNodeFromId(id, &e, mode), e);
@@ -48,10 +47,10 @@ void AskAboutElement(KalVorlaParser& p, KalLightXmlElementItf* e) {
   KalLightXmlElementItf* out = nullptr;
   KalUnicodeString text;
   int id = 0;
-  p.GetEntityLocalID(e, id), p.GetEntityLocalID(e, text), p.GetEntityName(e, text);
-  p.GetVorlaChildNodeFromType(e, "Instance3DType", &out),
-      p.GetVorlaChildNodeFromName(e, "Color", &out);
-  p.GetValueString("IsInstanceOf", e, text), p.GetAttributeString("id", e, text);
+  p.GetEntityLocalID(e, id), p.GetEntityLocalID(e, text), p.GetEntityName(e, text),
+      p.GetVorlaChildNodeFromType(e, "Instance3DType", &out),
+      p.GetVorlaChildNodeFromName(e, "Color", &out), p.GetValueString("IsInstanceOf", e, text),
+      p.GetAttributeString("id", e, text);
   float* f[4] = {};
   double* d = nullptr;
   const auto release = [&] {
@@ -60,15 +59,13 @@ void AskAboutElement(KalVorlaParser& p, KalLightXmlElementItf* e) {
   };
   p.GetInstanceMatrix(e, &f[0]), p.GetInstanceMatrix(e, &d), release();
   KalRawCollPV elements;
-  p.GetRepInstancesFromReference3D(e, &elements), p.GetRepFormatsFromRepReference(e, &elements);
-  p.GetReferenceRepFromInstanceRep(e, &out, text, id);
-  p.GetRepresentationDocType(e, text), p.GetRepresentationUrn(e, text),
-      p.GetRepLocationFromRepFormat(e, text);
+  p.GetRepInstancesFromReference3D(e, &elements), p.GetRepFormatsFromRepReference(e, &elements),
+      p.GetReferenceRepFromInstanceRep(e, &out, text, id), p.GetRepresentationDocType(e, text),
+      p.GetRepresentationUrn(e, text), p.GetRepLocationFromRepFormat(e, text);
   Drop(p.GetRepresentationFromRepFormat(e, &out), out);
   char* buffer = nullptr;
   unsigned int size = 0;
-  p.GetGeometricRepresentationBuffer(e, &buffer, size, text);
-  delete[] buffer, buffer = nullptr;
+  p.GetGeometricRepresentationBuffer(e, &buffer, size, text), delete[] buffer, buffer = nullptr;
   if (e->GetValue().SearchSubString("urn:", 0, 1) == 0)
     p.GetRepBufferFromUrn(e->GetValue(), &buffer, size, text);
   delete[] buffer;
@@ -76,9 +73,10 @@ void AskAboutElement(KalVorlaParser& p, KalLightXmlElementItf* e) {
   float x = 0;
   unsigned int lineType = 0;
   unsigned char visible = 0, selectable = 0;
-  p.GetGraphicPropertiesNode(e, &out), p.GetSurfaceAttributesElement(e, &out);
-  p.GetLineAttributes(e, r, g, b, lineType, x), p.GetBehaviourAttributes(e, visible, selectable);
-  p.GetColor(e, r, g, b, a), p.GetAlternateViewViewpoint(e, &out);
+  p.GetGraphicPropertiesNode(e, &out), p.GetSurfaceAttributesElement(e, &out),
+      p.GetLineAttributes(e, r, g, b, lineType, x),
+      p.GetBehaviourAttributes(e, visible, selectable), p.GetColor(e, r, g, b, a),
+      p.GetAlternateViewViewpoint(e, &out);
   p.GetCustomViewpointData(e, &f[0], &f[1]), release();
   p.GetConicViewpointData(e, &f[0], &f[1], &f[2], &f[3], x, x, x, x), release();
   p.GetCylindricViewpointData(e, &f[0], &f[1], &f[2], &f[3], x, x, x, x), release();
@@ -97,10 +95,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   KalLightXmlElementItf* e = nullptr;
   int count = 0;
   p->GetNumberOfInstances(count), p->GetNumberOfReferences(count),
-      p->GetNumberOfRepresentations(count);
-  p->GetProductStructureRootReference(&e), p->GetDefaultViewNode(&e), p->GetPresentationSetNode(&e);
-  p->GetMeasureSetNode(&e), p->GetSectionSetNode(&e), p->GetAnimationSetNode(&e);
-  p->GetSpecificExtensionSetNode(&e), p->GetGraphicMaterialSetNode(&e), p->GetVorlaRootNode(&e);
+      p->GetNumberOfRepresentations(count), p->GetProductStructureRootReference(&e),
+      p->GetDefaultViewNode(&e), p->GetPresentationSetNode(&e), p->GetMeasureSetNode(&e),
+      p->GetSectionSetNode(&e), p->GetAnimationSetNode(&e), p->GetSpecificExtensionSetNode(&e),
+      p->GetGraphicMaterialSetNode(&e), p->GetVorlaRootNode(&e);
   std::vector<KalLightXmlElementItf*> all;
   Collect(e, all);
   std::vector<int> ids = {0, 1, -1};

@@ -8,7 +8,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size >= 2 && std::memcmp(data, "PK", 2) == 0) return -1;  // an archive's signature
   const std::string path = kalfuzz::WriteInput(data, size, "input.vorla");
-  std::unique_ptr<KalVorlaParser> parser(new KalVorlaParser());
-  parser->InitParsing(path.c_str());
+  std::make_unique<KalVorlaParser>()->InitParsing(path.c_str());
   return 0;
 }

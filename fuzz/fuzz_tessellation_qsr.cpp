@@ -39,23 +39,20 @@ void Check(int rc, KalRep* rep) {
       std::abort();
     }
   }
-  back->Release();
-  rep->Release();
+  back->Release(), rep->Release();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const char* bytes = reinterpret_cast<const char*>(data);  // read in place: overreads show
   KalRep* rep = nullptr;
-  Check(KalReadQsr(reinterpret_cast<const char*>(data), static_cast<int>(size), rep), rep);
-  const std::string xml = "<Rep><AssociatedXML>" +
-                          std::string(reinterpret_cast<const char*>(data), size) +
-                          "</AssociatedXML></Rep>";
-  std::unique_ptr<KalLightXmlElementItf> root =
-      kalfuzz::ParseXml(reinterpret_cast<const uint8_t*>(xml.data()), xml.size());
-  if (root == nullptr) return 0;
+  Check(KalReadQsr(bytes, static_cast<int>(size), rep), rep);
+  const std::string xml =
+      "<Rep><AssociatedXML>" + std::string(bytes, size) + "</AssociatedXML></Rep>";
   KalVizXMLStreamOptions options;
   rep = nullptr;
-  Check(KalReadXML(*root, options, rep), rep);
+  if (const auto root = kalfuzz::ParseXml(reinterpret_cast<const uint8_t*>(xml.data()), xml.size()))
+    Check(KalReadXML(*root, options, rep), rep);
   return 0;
 }

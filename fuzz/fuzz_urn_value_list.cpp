@@ -8,6 +8,22 @@
 
 namespace {
 
+// An element with no child and no attribute, holding `text`.
+struct TextElement : KalLightXmlElementItf {
+  using S = KalUnicodeString;
+  explicit TextElement(const S& text) : text(text) {}
+  int CopyFrom(const KalLightXmlElementItf*) override { return 0; }
+  KalPosition GetHeadPosition() const override { return nullptr; }
+  KalLightXmlElementItf* GetNextChild(KalPosition& cursor) const override {
+    return cursor = nullptr, nullptr;
+  }
+  const S& GetType() const override { return tag; }
+  const S& GetAttribute(const S&) const override { return S::Empty(); }
+  const S& GetValue() const override { return text; }
+  S tag{"Text"}, text;
+};
+
+// The two overloads split alike; they differ only in how the id is given.
 void CheckUrn(KalVorlaParser& parser, const KalUnicodeString& urn) {
   KalVorlaUrnType type1 = KalVorlaUrnReference, type2 = KalVorlaUrnReference;
   unsigned char local1 = 2, local2 = 2;
@@ -15,7 +31,6 @@ void CheckUrn(KalVorlaParser& parser, const KalUnicodeString& urn) {
   KalUnicodeString idText, file1, file2;
   const HRESULT rc1 = parser.ExtractVorlaUrnDatas(urn, type1, local1, id, file1);
   const HRESULT rc2 = parser.ExtractVorlaUrnDatas(urn, type2, local2, idText, file2);
-  // The two overloads split alike; they differ only in how the id is given.
   if (rc1 != rc2 || type1 != type2 || local1 != local2 || file1 != file2) std::abort();
 }
 
@@ -26,11 +41,10 @@ void CheckSameValues(KalVorlaParser& parser, KalUnicodeString& list, int count,
                      HRESULT (KalVorlaParser::*read)(KalLightXmlElementItf*, T*)) {
   T fromElement[12], oneByOne[12];
   for (int i = 0; i < 12; ++i) fromElement[i] = oneByOne[i] = static_cast<T>(i + 0.5);
-  kalfuzz::TextElement element(list);
+  TextElement element(list);
   if ((parser.*read)(&element, fromElement) != (list.IsEmpty() ? E_FAIL : S_OK)) std::abort();
-  for (int i = 0, next = 0; i < count && !list.IsEmpty(); ++i) {
+  for (int i = 0, next = 0; i < count && !list.IsEmpty(); ++i)
     parser.GetNextValueInList(list, i == 0 ? 0 : next + 1, oneByOne[i], next);
-  }
   if (std::memcmp(fromElement, oneByOne, sizeof(T) * count) != 0) std::abort();
 }
 
@@ -44,10 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // is left out.
   if (text.SearchSubString(" ", 0, 1) == -1) return 0;
   int value = 0;
-  for (int start = 0, next = 0, n = 0; start >= 0 && n < 64; start = next + 1, ++n) {
+  for (int start = 0, next = 0, n = 0; start >= 0 && n < 64 && next >= 0; start = next + 1, ++n)
     parser.GetNextValueInList(text, start, value, next);
-    if (next < 0) break;
-  }
   CheckSameValues<float>(parser, text, 3, &KalVorlaParser::ConvertVector);
   CheckSameValues<float>(parser, text, 12, &KalVorlaParser::ConvertMatrix);
   CheckSameValues<double>(parser, text, 12, &KalVorlaParser::ConvertMatrix);

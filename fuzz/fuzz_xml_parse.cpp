@@ -1,20 +1,18 @@
-// Feeds arbitrary bytes to the XML reader; a tree it accepts is walked whole.
+// Feeds arbitrary bytes to the XML reader; a tree it accepts is walked whole, every string
+// touched so that a dangling or unterminated one shows.
 #include "FuzzSupport.h"
 
 namespace {
 
 void Walk(const KalLightXmlElementItf* e) {
-  // Touch every string so that a dangling or unterminated one shows.
   volatile size_t sink = e->GetType().GetLengthInChar() + e->GetValue().GetLengthInChar();
   (void)sink;
-  KalPosition cursor = e->GetHeadPosition();
-  while (cursor != nullptr) Walk(e->GetNextChild(cursor));
+  for (KalPosition cursor = e->GetHeadPosition(); cursor != nullptr;) Walk(e->GetNextChild(cursor));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::unique_ptr<KalLightXmlElementItf> root = kalfuzz::ParseXml(data, size);
-  if (root != nullptr) Walk(root.get());
+  if (const auto root = kalfuzz::ParseXml(data, size)) Walk(root.get());
   return 0;
 }

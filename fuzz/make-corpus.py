@@ -2,11 +2,10 @@
 """Writes the fuzz targets' seed corpora under fuzz/corpus/<target>/: documents in the
 shapes the tests build, the example archive and its plain files, tessellation and Qsr
 snippets, URNs, value lists and base64 text."""
-import io, os, shutil, struct, zipfile
+import io, pathlib, shutil, struct, zipfile
 
-here = os.path.dirname(os.path.abspath(__file__))
-sample = os.path.join(here, '..', 'examples')
-root = os.path.join(here, 'corpus')
+here = pathlib.Path(__file__).resolve().parent
+root = here / 'corpus'
 
 
 def vorla(body, version='1.0'):
@@ -22,16 +21,14 @@ def archive(entries, method=zipfile.ZIP_DEFLATED):
 
 
 def read(*path):
-    with open(os.path.join(sample, *path), 'rb') as f:
-        return f.read()
+    return here.joinpath('..', 'examples', *path).read_bytes()
 
 
 mesh = ('<Mesh name="m"><Positions>0 0 0 1 0 0 0 1 0 0 0 1</Positions>'
         '<Normals>0 0 1 0 0 1 0 0 1 0 0 1</Normals><Triangles>0 1 2</Triangles>'
         '<Strip>0 1 2 3</Strip><Fan>0 1 2 3</Fan><Polyline>0 1 3</Polyline></Mesh>')
 small = vorla(
-    '<ProductStructure root="1">'
-    '<Reference3D xsi:type="Reference3DType" id="1" name="r"/>'
+    '<ProductStructure root="1"><Reference3D xsi:type="Reference3DType" id="1" name="r"/>'
     '<Instance3D xsi:type="Instance3DType" id="2" name="i"><IsAggregatedBy>1</IsAggregatedBy>'
     '<IsInstanceOf>urn:VORLA:Reference:loc:1</IsInstanceOf>'
     '<RelativeMatrix>1 0 0 0 1 0 0 0 1 0 0 0</RelativeMatrix></Instance3D>'
@@ -40,30 +37,29 @@ small = vorla(
     '<IsInstanceOf>urn:VORLA:Reference:loc:3</IsInstanceOf></InstanceRep>'
     '<RepFormat xsi:type="RepFormatType" owner="3" associatedFile="urn:VORLA:Representation:loc:5">'
     '<format>TESSELLATED</format><version>1.0</version></RepFormat></ProductStructure>'
-    f'<GeometricRepresentationSet><Representation id="5" format="TESSELLATED" version="1.0">'
+    '<GeometricRepresentationSet><Representation id="5" format="TESSELLATED" version="1.0">'
     f'<AssociatedXML>{mesh}</AssociatedXML></Representation></GeometricRepresentationSet>')
 qsr_mesh = (struct.pack('<I', 1) + b'm' + struct.pack('<4I', 3, 1, 1, 1) +
             struct.pack('<9f', 0, 0, 0, 1, 0, 0, 0, 1, 0) + struct.pack('<9f', *[0, 0, 1] * 3) +
             struct.pack('<3I', 0, 1, 2) + struct.pack('<3I', 2, 0, 1))
 qsr = b'QSR1' + struct.pack('<II6f', 7, 1, 0, 0, 0, 1, 1, 0) + qsr_mesh
+manifest = '<Manifest><Root>{}</Root></Manifest>'.format
 
 seeds = {
     'fuzz_archive_load': {
         'sample.vorla': read('sample.vorla'),
-        'small.vorla': archive([('Manifest.xml', '<Manifest><Root>Root.vorla</Root></Manifest>'),
-                                ('Root.vorla', small)]),
-        'stored.vorla': archive([('Manifest.xml', '<Manifest><Root>a.vorla</Root></Manifest>'),
-                                 ('a.vorla', vorla(''))], zipfile.ZIP_STORED),
+        'small.vorla': archive([('Manifest.xml', manifest('Root.vorla')), ('Root.vorla', small)]),
+        'stored.vorla': archive([('Manifest.xml', manifest('a.vorla')), ('a.vorla', vorla(''))],
+                                zipfile.ZIP_STORED),
     },
     'fuzz_plain_load': {'fasteners.vorla': read('sample', 'Fasteners.vorla'), 'small.vorla': small,
                         'newer.vorla': vorla('<ProductStructure root="1"/>', '9.0')},
-    'fuzz_document_walk': {'assembly.vorla': read('sample', 'Assembly.vorla'),
-                  'fasteners.vorla': read('sample', 'Fasteners.vorla'), 'small.vorla': small},
+    'fuzz_document_walk': {'assembly.vorla': read('sample', 'Assembly.vorla'), 'small.vorla': small,
+                           'fasteners.vorla': read('sample', 'Fasteners.vorla')},
     'fuzz_xml_parse': {
         'small.xml': small, 'manifest.xml': read('sample', 'Manifest.xml'),
-        'doctype.xml': '<?xml version="1.0" encoding="ISO-8859-1"?>'
-                       '<!DOCTYPE a [<!ENTITY e "x&#65;">]>'
-                       '<a b="&e;&lt;"><![CDATA[<c>]]><!-- d --><?pi x?>t&#x20AC;</a>',
+        'doctype.xml': '<?xml version="1.0" encoding="ISO-8859-1"?><!DOCTYPE a [<!ENTITY e '
+                       '"x&#65;">]><a b="&e;&lt;"><![CDATA[<c>]]><!-- d --><?pi x?>t&#x20AC;</a>',
     },
     'fuzz_urn_value_list': {
         'loc': 'urn:VORLA:Reference:loc:2', 'ext': 'urn:VORLA:Representation:ext:Other.vorla#401',
@@ -79,7 +75,7 @@ seeds = {
 }
 shutil.rmtree(root, ignore_errors=True)
 for target, files in seeds.items():
-    os.makedirs(os.path.join(root, target))
+    (root / target).mkdir(parents=True)
     for name, content in files.items():
-        with open(os.path.join(root, target, name), 'wb') as f:
-            f.write(content.encode() if isinstance(content, str) else content)
+        data = content.encode() if isinstance(content, str) else content
+        (root / target / name).write_bytes(data)

@@ -12,11 +12,10 @@ std::string Top(const std::string& name, const std::string& content = "") {
   return Structure(Entity("Reference3D", "id='1' name='" + name + "'", "", "", content));
 }
 
-std::string Nested(int depth) {
-  std::string xml;
-  for (int i = 0; i < depth; ++i) xml += "<n>";
-  for (int i = 0; i < depth; ++i) xml += "</n>";
-  return xml;
+std::string Nested(size_t depth) {
+  std::string open, close;
+  for (size_t i = 0; i < depth; ++i) open += "<n>", close += "</n>";
+  return open + close;
 }
 
 // The reader keeps its open elements on a stack of its own and the tree in one arena, so any
@@ -45,12 +44,11 @@ TEST(HostileXml, AnyNestingAndHugeValuesLoadANulInAValueIsRefused) {
 // Product structures vorla cannot walk: a reference that instantiates itself through a
 // reference of another document (of its own: Tool); instances nested past 1000 levels; a placement
 // or a colour holding an infinity or NaN. A reference reached twice without a cycle is shown
-// twice, and any XML nesting is harmless.
+// twice. (Deep XML nesting: HostileXml; nothing here walks past an element's children.)
 TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
   TempDir dir;
   const auto doc = [&](const std::string& file, const std::string& structure) {
-    WriteFile(dir.File(file), Structure(structure));
-    return dir.File(file);
+    return WriteFile(dir.File(file), Structure(structure)), dir.File(file);
   };
   const auto inst = [](int id, int parent, const std::string& urn, const std::string& more = "") {
     return Entity("Instance3D", "id='" + std::to_string(id) + "' name='i'", std::to_string(parent),
@@ -78,8 +76,7 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
                                      "blue='0'/></SurfaceAttributes></GraphicProperties>")),
       diamond = doc("diamond.xml", Ref(1, "Top") + Ref(2, "L") + Ref(3, "R") + Ref(4, "Shared") +
                                        inst(10, 1, kRef + "2") + inst(11, 1, kRef + "3") +
-                                       inst(12, 2, kRef + "4") + inst(13, 3, kRef + "4")),
-      nested = doc("nested.xml", Ref(1, "Top", Nested(1000000)));
+                                       inst(12, 2, kRef + "4") + inst(13, 3, kRef + "4"));
   const std::string walk = "vorla: cannot walk ", glb = " -q -o " + dir.File("out.glb");
   // Arguments, exit code, standard error, standard output.
   const std::tuple<std::string, int, std::string, std::string> cases[] = {
@@ -98,11 +95,10 @@ TEST(HostileTool, WalksThatCannotEndOrHoldNoNumbersStopADiamondDoesNot) {
        "reference \"Top\" [1]\n  instance \"i\" [10] -> reference \"L\" [2]\n"
        "    instance \"i\" [12] -> reference \"Shared\" [4]\n"
        "  instance \"i\" [11] -> reference \"R\" [3]\n"
-       "    instance \"i\" [13] -> reference \"Shared\" [4]\n"},
-      {"tree " + nested, 0, "", "reference \"Top\" [1]\n"}};
+       "    instance \"i\" [13] -> reference \"Shared\" [4]\n"}};
   for (const auto& [args, exit, err, out] : cases) {
-    const auto run = RunVorla(args, dir);
-    EXPECT_EQ(std::make_tuple(run.exit, run.err, run.out), std::make_tuple(exit, err, out)) << args;
+    const ToolRun run = RunVorla(args, dir);
+    EXPECT_EQ(std::tie(run.exit, run.err, run.out), std::tie(exit, err, out)) << args;
   }
   EXPECT_FALSE(FileExists(dir.File("out.glb")));
 }

@@ -6,6 +6,11 @@
 namespace kaltest {
 namespace {
 
+// Records are ints; any non-zero difference, of either sign, means "not equal".
+int Difference(const void* a, const void* b) {
+  return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+}
+
 // The entries of a 1-based collection, in order.
 template <class Coll>
 auto Items(const Coll& coll) {
@@ -44,16 +49,10 @@ TEST(KalRawColl, PointerAndIntArraysFollowTheSameRules) {
   CheckArray<KalRawCollint, int>(5, -2, 40, 7, 0);
   const int values[] = {5, -2, 40, 0};
   KalRawCollint sorted(values, 4);
-  sorted.QuickSort([](const void* l, const void* r) {  // descending
-    return *static_cast<const int*>(r) - *static_cast<const int*>(l);
-  });
+  sorted.QuickSort([](const void* l, const void* r) { return Difference(r, l); });  // descending
   EXPECT_EQ(Items(sorted), (std::vector<int>{40, 5, 0, -2}));
 }
 
-// Records are ints; any non-zero difference, of either sign, means "not equal".
-int Difference(const void* a, const void* b) {
-  return *static_cast<const int*>(a) - *static_cast<const int*>(b);
-}
 // The records ApplyGlobalFunct visits, in order; it must return their count.
 std::vector<const void*> Visits(const KalHashTable& table) {
   static std::vector<const void*> visited;

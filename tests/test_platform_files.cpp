@@ -69,21 +69,17 @@ TEST(PlatformFiles, CopiesAndDownloadsAreByteExactReplaceOnlyAsToldAndFailuresLe
   const std::string content = BinaryBody(3u << 20), body = BinaryBody(1u << 20);
   server.Set("/big.bin", {200, body});
   server.Set("/empty", {200, ""});
-  server.Set("/broken", {500, "server trouble"});
-  for (long cut : {0L, 1000L, 99999L})
-    server.Set("/cut" + std::to_string(cut), {200, BinaryBody(100000), cut});
-  WriteFile(dir.File("source"), content);  // beyond one copy chunk
+  server.Set("/cut", {200, BinaryBody(100000), 1000});  // the connection closes mid-body
+  WriteFile(dir.File("source"), content);               // beyond one copy chunk
   WriteFile(dir.File("kept"), "old");
   WriteFile(dir.File("replaced"), "old content that is longer");
   std::filesystem::create_directory(dir.File("folder"));
   const std::string refused =
       "http://127.0.0.1:" + std::to_string(UnusedLoopbackPort()) + "/doc.vorla";
-  for (const std::string& url :
-       {server.Url("/missing.vorla"), server.Url("/broken"), refused, server.Url("/cut0"),
-        server.Url("/cut1000"), server.Url("/cut99999")})
+  for (const std::string& url : {server.Url("/missing.vorla"), refused, server.Url("/cut")})
     for (const char* to : {"none", "kept"})
       EXPECT_EQ(KalHttpDownload(url.c_str(), dir.File(to).c_str()), E_FAIL) << url << " " << to;
-  EXPECT_EQ(server.RequestCount(), 10) << "the server was reached and answered";
+  EXPECT_EQ(server.RequestCount(), 4) << "the server was reached and answered";
 
   const std::string source = dir.File("source"), url = server.Url("/big.bin"),
                     missingUrl = server.Url("/missing");

@@ -36,13 +36,11 @@ std::string Toc(KalSysZipFile& zip) {
   std::string out = std::to_string(zip.BrowseZip(&names, &count, &sizes, nullptr, nullptr));
   for (unsigned int i = 0; i < count; ++i)
     out += std::string(",") + names[i].ConvertToChar() + ":" + std::to_string(sizes[i]);
-  delete[] names;
-  delete[] sizes;
+  delete[] names, delete[] sizes;
   return out;
 }
 
-// Reads the open entry with calls of the given sizes in turn until one fails or reads
-// nothing; gives the result of the last call.
+// Reads the open entry with calls of these sizes in turn until one fails or reads nothing.
 int ReadEntry(KalSysZipFile& zip, const Sizes& pieces, std::string* data) {
   int rc = S_OK;
   for (unsigned int call = 0, read = 1; rc == S_OK && read > 0 && call < 100000; ++call) {
