@@ -116,7 +116,7 @@ class Gatherer {
   const std::string& Error() const { return _Error; }
 
  private:
-  // The name and parts of a reference, read once however often it is placed.
+  // The name, parts and colour of a reference, read once however often it is placed.
   const ReferenceShared& SharedOf(Document& doc, Element* reference, int referenceId) {
     ReferenceShared*& shared = _Shared[reference];
     if (shared == nullptr) {
