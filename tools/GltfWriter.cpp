@@ -48,8 +48,9 @@ Matrix4 NodeMatrix(const Matrix& m) {
 // and grow the string millions of times.
 class Json {
  public:
-  explicit Json(std::string& text) : _Text(text), _Used(text.size()) {
-    _Text.resize(std::max(_Text.capacity(), _Used + kMinRoom));
+  // `room`: the bytes the JSON is expected to take, made writable at once (any more grows it).
+  Json(std::string& text, size_t room) : _Text(text), _Used(text.size()) {
+    _Text.resize(_Used + std::max(room, kMinRoom));
   }
   ~Json() { _Text.resize(_Used); }
   Json(const Json&) = delete;
@@ -187,8 +188,12 @@ class Builder {
   bool Build(std::string& bytes, GltfStats& stats, std::string& error) {
     _Nodes.reserve(CountOccurrences(_Assembly.root) + _Assembly.views.size());
     _Data.reserve(DataBytes());
-    if (_Options.occurrenceIndices) NumberDepthFirst(_Assembly.root);
     AddOccurrences();
+    if (_Options.occurrenceIndices) {
+      _DepthFirst.resize(_Nodes.size());
+      int next = 0;
+      NumberDepthFirst(0, next);
+    }
     std::vector<int> scene{0};
     _Nodes[0].own = AddOwn({_Assembly.root.reference.empty() ? "root"
                                                               : std::string(_Assembly.root.reference),
@@ -202,12 +207,12 @@ class Builder {
     // The JSON is written in place, after the room for a .glb's header: large outputs are
     // not copied again.
     const size_t header = _Options.binary ? 20 : 0;
+    const size_t jsonRoom =
+        kBytesPerNode * _Nodes.size() + 256 * (_Meshes.size() + _Accessors.size());
     bytes.clear();
-    bytes.reserve(header + kBytesPerNode * _Nodes.size() +
-                  256 * (_Meshes.size() + _Accessors.size()) +
-                  (_Options.binary ? _Data.size() + 16 : 0));
+    bytes.reserve(header + jsonRoom + (_Options.binary ? _Data.size() + 16 : 0));
     bytes.resize(header);
-    Write(scene, bytes);
+    Write(scene, bytes, jsonRoom);
     if (!_Options.binary) return true;
     // A .glb: its header, the JSON chunk padded with blanks, the binary chunk with zeros.
     const size_t jsonLength = (bytes.size() - header + 3) & ~size_t{3};
@@ -284,10 +289,13 @@ class Builder {
     return bytes;
   }
 
-  // Root first, depth first: the order in which a viewer lists the tree.
-  void NumberDepthFirst(const Occurrence& occurrence) {
-    _DepthFirst.emplace(&occurrence, static_cast<int>(_DepthFirst.size()));
-    for (const Occurrence& child : occurrence.children) NumberDepthFirst(child);
+  // Root first, depth first, the order in which a viewer lists the tree: each occurrence
+  // node's number, through the nodes' child ranges.
+  void NumberDepthFirst(size_t node, int& next) {
+    _DepthFirst[node] = next++;
+    for (size_t child = 0; child < _Nodes[node].children; ++child) {
+      NumberDepthFirst(_Nodes[node].firstChild + child, next);
+    }
   }
 
   static size_t CountOccurrences(const Occurrence& occurrence) {
@@ -545,8 +553,8 @@ class Builder {
     return true;
   }
 
-  void Write(const std::vector<int>& scene, std::string& out) {
-    Json j(out);
+  void Write(const std::vector<int>& scene, std::string& out, size_t room) {
+    Json j(out, room);
     j.Open('{').Key("asset").Open('{');
     j.Key("version").String("2.0").Key("generator").String("vorla (KalVorlaImportTools)").Close('}');
     if (_Instanced) j.Key("extensionsUsed").Open('[').String("EXT_mesh_gpu_instancing").Close(']');
@@ -554,7 +562,7 @@ class Builder {
     for (int node : scene) j.Integer(node);
     j.Close(']').Close('}').Close(']');
     j.Key("nodes").Open('[');
-    for (const Node& node : _Nodes) WriteNode(j, node);
+    for (size_t node = 0; node < _Nodes.size(); ++node) WriteNode(j, node);
     j.Close(']');
     if (!_Meshes.empty()) {
       j.Key("meshes").Open('[');
@@ -618,7 +626,8 @@ class Builder {
     j.Close('}');
   }
 
-  void WriteNode(Json& j, const Node& node) const {
+  void WriteNode(Json& j, size_t index) const {
+    const Node& node = _Nodes[index];
     const Occurrence* o = node.occurrence;
     const Own* own = node.own >= 0 ? &_Own[static_cast<size_t>(node.own)] : nullptr;
     j.Open('{');
@@ -652,7 +661,7 @@ class Builder {
       if (o->instanceId >= 0) j.Key("instanceId").Integer(o->instanceId);
       j.Key("referenceId").Integer(o->referenceId).Key("reference").String(o->reference);
       if (!o->externalFile.empty()) j.Key("file").String(o->externalFile);
-      if (_Options.occurrenceIndices) j.Key("occurrence").Integer(_DepthFirst.at(o));
+      if (_Options.occurrenceIndices) j.Key("occurrence").Integer(_DepthFirst[index]);
       j.Close('}');
     }
     j.Close('}');
@@ -709,7 +718,7 @@ class Builder {
   std::map<int, std::vector<Placement>> _Placements;
   bool _Instanced = false;
   size_t _Vertices = 0;
-  std::unordered_map<const Occurrence*, int> _DepthFirst;  // for occurrenceIndices
+  std::vector<int> _DepthFirst;  // by node, for occurrenceIndices
 };
 
 }  // namespace
