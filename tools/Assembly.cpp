@@ -123,7 +123,7 @@ class Gatherer {
       shared = &_Assembly.shared.emplace_back();
       shared->name = doc.Name(reference);
       shared->color = doc.ColorOf(reference);
-      shared->parts = PartsOf(doc, reference, referenceId);
+      shared->parts = PartsOf(doc, reference, referenceId, shared->name);
     }
     return *shared;
   }
@@ -132,7 +132,8 @@ class Gatherer {
     if (_Options.progress && (++_Occurrences & 0x3FF) == 0) _Options.progress(_Occurrences);
   }
 
-  const std::vector<int>& PartsOf(Document& doc, Element* reference, int referenceId) {
+  const std::vector<int>& PartsOf(Document& doc, Element* reference, int referenceId,
+                                  const std::string& name) {
     const ReferenceKey key{&doc, referenceId};
     if (auto it = _ReferenceParts.find(key); it != _ReferenceParts.end()) return it->second;
     std::vector<int>& parts = _ReferenceParts[key];
@@ -147,7 +148,7 @@ class Gatherer {
       for (Element* format : doc.Formats(repReference)) {
         RepRow row;
         row.document = doc.Path();
-        row.reference = doc.Name(reference);
+        row.reference = name;
         row.referenceId = referenceId;
         row.repInstance = doc.Name(repInstance);
         row.repInstanceId = doc.Id(repInstance);
