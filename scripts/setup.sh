@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests, the fuzz targets and the benchmarks need,
 # skipping those already installed, then the npm packages of package-lock.json (the glTF
-# validator the tests run, three.js for vorla view, puppeteer-core for its browser test). As root it installs Debian packages with apt-get; otherwise it
-# lists what is missing and fails.
+# validator the tests run, three.js for vorla view, puppeteer-core for its browser test). As
+# root it installs Debian packages with apt-get; otherwise it lists what is missing and fails.
 set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libzip-dev zip libcurl4-openssl-dev libdeflate-dev

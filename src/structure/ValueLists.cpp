@@ -65,8 +65,9 @@ bool ReadShortDecimal(const char* p, const char* pieceEnd, double& value) {
   return true;
 }
 
-// strtod's reading of the number at `p` (where it stopped, `p` when nothing converts), with
-// plain decimal pieces taken by from_chars, which rounds them as strtod does, only faster.
+// strtod's reading of the number at `p` (where it stopped, `p` when nothing converts): short
+// decimals by the division above, other plain decimal pieces by from_chars, which rounds them
+// as strtod does, only faster.
 const char* ParseNumber(const char* p, const char* pieceEnd, double& value) {
   if (ReadShortDecimal(p, pieceEnd, value)) return pieceEnd;
   const char* q = p + (p < pieceEnd && *p == '-');
