@@ -130,11 +130,11 @@ void AddViewCommand(CLI::App& app, int& exitCode) {
     });
     // Fixed routes only: no part of a request ever names a file.
     for (const WebAsset& asset : WebAssets()) {
-      const std::string body(asset.begin, asset.end);
-      const std::string type = asset.type;
+      // Answered from the bytes built into the program, without a copy kept per route.
       server.Get(std::regex_replace(asset.route, std::regex("\\."), "\\."),
-                 [body, type](const httplib::Request&, httplib::Response& response) {
-                   response.set_content(body, type.c_str());
+                 [&asset](const httplib::Request&, httplib::Response& response) {
+                   response.set_content(asset.begin, static_cast<size_t>(asset.end - asset.begin),
+                                        asset.type);
                  });
     }
     server.Get("/model\\.glb", [&model](const httplib::Request&, httplib::Response& response) {
