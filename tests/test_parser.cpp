@@ -234,7 +234,7 @@ TEST_F(Loading, HttpNamesAreReadThroughALocalCopy) {
 }
 
 // Elements of every kind; formats f0-f6 of any tag (owners carried over; untyped, with an id or
-// nested: none); aspects a0-a4; materials, extensions and representations.
+// nested: none); aspects a0-a5 (owners out of order); materials, extensions and representations.
 std::string QueryDocument() {
   std::string formats, aspects;
   int n = 0;
@@ -242,7 +242,8 @@ std::string QueryDocument() {
     formats += "<RepFormat xsi:type='RepFormatType'" + std::string(owner) + " name='f" +
                std::to_string(n++) + "'/>";
   for (const char* owner :
-       {" aspectOwner='1'", " aspectOwner='1'", "", " aspectOwner='01'", " aspectOwner=''"})
+       {" aspectOwner='1'", " aspectOwner='1'", "", " aspectOwner='01'", " aspectOwner=''",
+        " aspectOwner='0'"})
     aspects += "<A xsi:type='GraphicPropertiesAspectType'" + std::string(owner) +
                "><GraphicProperties name='a" + std::to_string(n++ - 6) + "'/></A>";
   const auto rep = [](const std::string& attributes, const char* data = "") {
@@ -577,7 +578,7 @@ TEST(IndexedLookups, AnswerExactlyAsThePlainScans) {
         << c(withNulls.GetBufferFromGeometricRepresentationID("9", buffer, size, tag)) << " "
         << c(withNulls.GetBufferFromGeometricRepresentationID("2", buffer, size, tag));
     EXPECT_EQ(out.str(),
-              "[] 0  0 a2; [-1] 0  F <null>; [0] 0  5 <null>; [1] 0  0 a0; [01] 0  0 a3; "
+              "[] 0  0 a2; [-1] 0  F <null>; [0] 0  0 a5; [1] 0  0 a0; [01] 0  0 a3; "
               "[5] 0 f1 f2 f3 f5 f6 5 <null>; [05] 0 f1 f2 f3 f5 f6 5 <null>; [6] 0 f4 5 <null>; "
               "[x] 0  5 <null>; 0: 7no-id 0no-id 1~ 12~ F~; 1: 1~ 1~ 1~ 12~ F~; "
               "2: 7two 1~ 0two Fm2 F~; 3: 1~ 1~ 1~ 13c3 F~; 4: 1~ 0e4 1~ 15t4 0e4; "

@@ -32,17 +32,20 @@ struct EntriesByKey : IndexState {
   std::unordered_map<Key, std::vector<KalLightXmlElementItf*>> entries;
 
   void Add(const Key& key, KalLightXmlElementItf* element) { entries[key].push_back(element); }
+  void Finish() {}
   const std::vector<KalLightXmlElementItf*>* Find(const Key& key) const {
     auto found = entries.find(key);
     return found == entries.end() ? nullptr : &found->second;
   }
 };
 
-// The first entry under each key. Lookups in a walk mostly miss, so the probed table holds
-// only 8-byte slots (a fingerprint of the hash and the entry's position): a miss reads one or
-// two slots of a table small enough to stay in cache, and keys are compared only when the
-// fingerprints agree. Text keys that are plain decimal numbers also set one bit each: ids are
-// such numbers, so most misses are answered by a bit near the last one read, without the table.
+// The first entry under each key. Keys that are small numbers (ids: integers, or text written
+// in plain decimal) are answered without hashing: each sets one bit, and the elements sit in
+// key order, found by counting the bits below their own. A walk asks for ids in about the order
+// they were written, so a lookup reads a bit near the last one read and the element next to the
+// last one returned, and never the key's own text. Other keys go to a table of 8-byte slots (a
+// fingerprint of the hash and the entry's position), where keys are compared only when the
+// fingerprints agree. Finish() must follow the last Add() and come before the first Find().
 template <class Key>
 class FlatFirst : public IndexState {
  public:
@@ -50,12 +53,14 @@ class FlatFirst : public IndexState {
   // Records `element` under `key` unless the key already has one. A key that refers to text
   // must outlive the index.
   void Add(const Key& key, KalLightXmlElementItf* element) {
-    if constexpr (kTextKey) {
-      const uint32_t n = Decimal(key);
-      if (n < kDecimalLimit) {
-        if (n / 64 >= _Decimals.size()) _Decimals.resize(n / 64 + 1, 0);
-        _Decimals[n / 64] |= uint64_t{1} << (n % 64);
-      }
+    const uint32_t n = Small(key);
+    if (n < kSmallLimit) {
+      if (n / 64 >= _Bits.size()) _Bits.resize(n / 64 + 1, 0);
+      const uint64_t bit = uint64_t{1} << (n % 64);
+      if ((_Bits[n / 64] & bit) != 0) return;
+      _Bits[n / 64] |= bit;
+      _Pending.push_back({n, element});
+      return;
     }
     if ((_Entries.size() + 1) * 2 > _Slots.size()) Grow();
     const size_t hash = Hash(key);
@@ -69,15 +74,25 @@ class FlatFirst : public IndexState {
       if (slot.fingerprint == Fingerprint(hash) && _Entries[slot.position - 1].key == key) return;
     }
   }
-  KalLightXmlElementItf* Find(const Key& key) const {
-    if (_Slots.empty()) return nullptr;
-    if constexpr (kTextKey) {
-      const uint32_t n = Decimal(key);
-      if (n < kDecimalLimit &&
-          (n / 64 >= _Decimals.size() || (_Decimals[n / 64] >> (n % 64) & 1) == 0)) {
-        return nullptr;
-      }
+  // Puts the small keys' elements in key order.
+  void Finish() {
+    _Ranks.resize(_Bits.size());
+    uint32_t below = 0;
+    for (size_t w = 0; w < _Bits.size(); ++w) {
+      _Ranks[w] = below;
+      below += static_cast<uint32_t>(__builtin_popcountll(_Bits[w]));
     }
+    _Small.resize(_Pending.size());
+    for (const Pending& p : _Pending) _Small[Rank(p.n)] = p.element;
+    std::vector<Pending>().swap(_Pending);
+  }
+  KalLightXmlElementItf* Find(const Key& key) const {
+    const uint32_t n = Small(key);
+    if (n < kSmallLimit) {
+      if (n / 64 >= _Bits.size() || (_Bits[n / 64] >> (n % 64) & 1) == 0) return nullptr;
+      return _Small[Rank(n)];
+    }
+    if (_Slots.empty()) return nullptr;
     const size_t hash = Hash(key);
     for (size_t i = hash & _Mask;; i = (i + 1) & _Mask) {
       const Slot& slot = _Slots[i];
@@ -90,20 +105,33 @@ class FlatFirst : public IndexState {
   }
 
  private:
-  static constexpr bool kTextKey = std::is_same_v<Key, std::string_view>;
-  // Numbers from this one on (a 2 MB bit set) are left to the table.
-  static constexpr uint32_t kDecimalLimit = uint32_t{1} << 24;
-  // The number a key writes in plain decimal ("0", "17"; not "017", "+1" or " 1"), else
-  // kDecimalLimit.
-  static uint32_t Decimal(std::string_view key) {
-    if (key.empty() || key.size() > 8 || (key[0] == '0' && key.size() > 1)) return kDecimalLimit;
-    uint32_t n = 0;
-    for (char c : key) {
-      if (c < '0' || c > '9') return kDecimalLimit;
-      n = n * 10 + static_cast<uint32_t>(c - '0');
+  // Keys from this one on (a 2 MB bit set) are left to the table.
+  static constexpr uint32_t kSmallLimit = uint32_t{1} << 24;
+  // The number a key stands for when it is small: an integer below the limit, or text writing
+  // it in plain decimal ("0", "17"; not "017", "+1" or " 1", which are other keys); else
+  // kSmallLimit.
+  static uint32_t Small(const Key& key) {
+    if constexpr (std::is_integral_v<Key>) {
+      static_assert(std::is_unsigned_v<Key>, "negative keys would need their own test");
+      return key < kSmallLimit ? static_cast<uint32_t>(key) : kSmallLimit;
+    } else {
+      if (key.empty() || key.size() > 8 || (key[0] == '0' && key.size() > 1)) return kSmallLimit;
+      uint32_t n = 0;
+      for (char c : key) {
+        if (c < '0' || c > '9') return kSmallLimit;
+        n = n * 10 + static_cast<uint32_t>(c - '0');
+      }
+      return n;
     }
-    return n;
   }
+  size_t Rank(uint32_t n) const {
+    const uint64_t below = _Bits[n / 64] & ((uint64_t{1} << (n % 64)) - 1);
+    return _Ranks[n / 64] + static_cast<size_t>(__builtin_popcountll(below));
+  }
+  struct Pending {
+    uint32_t n;
+    KalLightXmlElementItf* element;
+  };
   struct Slot {
     uint32_t fingerprint = 0;
     uint32_t position = 0;  // 1-based in _Entries; 0: the slot is free
@@ -133,9 +161,12 @@ class FlatFirst : public IndexState {
     }
   }
 
+  std::vector<uint64_t> _Bits;    // bit n set when the small key n is present
+  std::vector<uint32_t> _Ranks;   // per word of _Bits: the bits set in the words before it
+  std::vector<KalLightXmlElementItf*> _Small;  // the small keys' elements, in key order
+  std::vector<Pending> _Pending;  // small keys in the order added, until Finish()
   std::vector<Slot> _Slots;
   std::vector<Entry> _Entries;
-  std::vector<uint64_t> _Decimals;  // text keys only: bit n set when the number n is a key
   size_t _Mask = 0;
 };
 
@@ -155,6 +186,7 @@ Index& IndexChildren(const KalLightXmlElementItf* container, Index& index, KeyOf
     if (keyOf(*c, key)) index.Add(key, c);
     return false;
   });
+  index.Finish();
   index.empty = end == WalkEnd::kNoChildren;
   index.endsAtNull = end == WalkEnd::kNullChild;
   return index;

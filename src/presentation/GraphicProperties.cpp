@@ -61,6 +61,7 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
         if (entry != nullptr)
           byOwner.Add(kalvorla::TextOf(entry->GetAttribute(kAspectOwnerAttribute)), entry);
       }
+      byOwner.Finish();
     }
     aspect = byOwner.Find(kalvorla::TextOf(id));
   }
