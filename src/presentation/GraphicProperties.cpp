@@ -1,6 +1,7 @@
 // Graphic properties of product-structure nodes: surface data, line and behaviour attributes,
 // materials and colours.
 #include "KalFormatConstants.h"
+#include "KalLightXml.h"
 #include "KalVorlaParser.h"
 #include "loading/ChildWalk.h"
 #include "loading/LookupIndexes.h"
@@ -56,8 +57,12 @@ HRESULT KalVorlaParser::GetGraphicPropertiesNode(KalLightXmlElementItf* node,
     kalvorla::FlatFirst<std::string_view>& byOwner = indexes->aspectsByOwner;
     if (!byOwner.built) {
       byOwner.built = true;
-      for (int i = 1; i <= _GraphicPropertiesList.Size(); ++i) {
+      const int count = _GraphicPropertiesList.Size();
+      for (int i = 1; i <= count; ++i) {
         KalLightXmlElementItf* entry = _GraphicPropertiesList[i];
+        // Aspects lie far apart in a big document and are read here for the first time since
+        // the load: fetching a few ahead overlaps their misses.
+        if (i + 8 <= count) KalPrefetchElement(_GraphicPropertiesList[i + 8]);
         if (entry != nullptr)
           byOwner.Add(kalvorla::TextOf(entry->GetAttribute(kAspectOwnerAttribute)), entry);
       }
