@@ -89,8 +89,10 @@ class FlatFirst : public IndexState {
   KalLightXmlElementItf* Find(const Key& key) const {
     const uint32_t n = Small(key);
     if (n < kSmallLimit) {
-      if (n / 64 >= _Bits.size() || (_Bits[n / 64] >> (n % 64) & 1) == 0) return nullptr;
-      return _Small[Rank(n)];
+      // Sized by Finish(), so an index whose build was cut short answers nothing.
+      if (n / 64 >= _Ranks.size() || (_Bits[n / 64] >> (n % 64) & 1) == 0) return nullptr;
+      const size_t rank = Rank(n);
+      return rank < _Small.size() ? _Small[rank] : nullptr;
     }
     if (_Slots.empty()) return nullptr;
     const size_t hash = Hash(key);
