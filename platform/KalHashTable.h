@@ -16,7 +16,12 @@ typedef int (*KalApplyFunction)(void* record);
 // count given is where the table starts; it grows so that lookups stay short.
 class KalHashTable {
  public:
-  KalHashTable(KalHashFunction hash, KalCompareFunction compare, int bucketCount);
+  // hashIsKey: records compare equal exactly when their hashes are equal, as in a table keyed
+  // on an id the hash gives back unchanged. Records whose hashes fall in a dense enough run
+  // are then also held in a direct array, so that Locate reads one slot instead of a bucket
+  // and its chain, and calls neither callback.
+  KalHashTable(KalHashFunction hash, KalCompareFunction compare, int bucketCount,
+               bool hashIsKey = false);
   ~KalHashTable();
   KalHashTable(const KalHashTable&) = delete;
   KalHashTable& operator=(const KalHashTable&) = delete;
@@ -39,12 +44,21 @@ class KalHashTable {
     int next;  // index in _Entries of the next entry of the same bucket, -1 at the end
   };
   void Rehash(size_t bucketCount);
+  // Makes the direct array cover `hash` when that keeps it dense and in step with the table;
+  // false when the hash is left to the chains.
+  bool CoverDirect(unsigned int hash);
 
   KalHashFunction _Hash;
   KalCompareFunction _Compare;
   int _InitialBuckets;
+  bool _HashIsKey;
   std::vector<int> _Buckets;  // head entry index per bucket, -1 when empty
   std::vector<Entry> _Entries;
+  // The last record inserted under each hash from _DirectLow on, null for none. Hashes from
+  // _DirectBlocked on were left to the chains, so the array never grows over them.
+  std::vector<void*> _Direct;
+  unsigned int _DirectLow = 0;
+  unsigned int _DirectBlocked = ~0u;
 };
 
 #endif

@@ -15,7 +15,7 @@ constexpr int kSmallTableBuckets = 0x100;
 
 KalHashTable* NewIdTable(int buckets) {
   return new (std::nothrow)
-      KalHashTable(KalVorlaHashVorlaNodeAndId, KalVorlaCompareVorlaNodeAndId, buckets);
+      KalHashTable(KalVorlaHashVorlaNodeAndId, KalVorlaCompareVorlaNodeAndId, buckets, true);
 }
 
 int DeleteNodeAndIdRecord(void* record) {
