@@ -78,8 +78,8 @@ class Walker {
       KalLightXmlElementItf* repReference = nullptr;
       KalUnicodeString path;
       int id = -1;
-      p.GetReferenceRepFromInstanceRep(static_cast<KalLightXmlElementItf*>(reps[r]),
-                                       &repReference, path, id);
+      p.GetReferenceRepFromInstanceRep(static_cast<KalLightXmlElementItf*>(reps[r]), &repReference,
+                                       path, id);
       if (repReference == nullptr) continue;
       KalRawCollPV formats;
       p.GetRepFormatsFromRepReference(repReference, &formats);
@@ -145,8 +145,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: vorla_traversal_bench [--runs N] DOC.vorla [DOC2.vorla ...]\n");
     return 2;
   }
-  std::printf("| document | occurrences | formats | colours | warm load s | walk s | walk / load |\n"
-              "| --- | --- | --- | --- | --- | --- | --- |\n");
+  std::printf(
+      "| document | occurrences | formats | colours | warm load s | walk s | walk / load |\n"
+      "| --- | --- | --- | --- | --- | --- | --- |\n");
   // Runs go round the documents, so that a busy spell of the machine weighs on all of them.
   const size_t n = documents.size();
   std::vector<std::vector<double>> load(n), walk(n);

@@ -92,41 +92,32 @@ TEST(KalHashTable, LookupsSurviveGrowthApplyFollowsInsertionOrderAndEqualRecords
 }
 
 // A table told that its hash is the key answers every lookup as the plain table does: ids in
-// any order, repeated (the last inserted wins), far apart or below the first one.
+// any order, repeated (the last inserted wins), far apart, below the first one, or after a
+// far one that the others later reach; and again after RemoveAll.
 TEST(KalHashTable, KeyedOnTheHashItAnswersAsThePlainTable) {
-  struct Record {
-    unsigned key;
-    int tag;
-  };
-  const auto hash = [](const void* r) { return static_cast<const Record*>(r)->key; };
+  using Record = std::pair<unsigned, int>;  // key, position
+  const auto hash = [](const void* r) { return static_cast<const Record*>(r)->first; };
   const auto compare = [](const void* a, const void* b) {
-    return static_cast<const Record*>(a)->key == static_cast<const Record*>(b)->key ? 0 : 1;
+    return static_cast<const Record*>(a)->first == static_cast<const Record*>(b)->first ? 0 : 1;
   };
-  std::vector<unsigned> up, down, gaps, blocked;
-  for (unsigned k = 1; k <= 3000; ++k) up.push_back(k), down.push_back(3001 - k);
-  for (unsigned k = 0; k < 3000; ++k) gaps.push_back(1000000000u + k * 7);
-  // A key too far to cover at first, then keys that would reach past it.
-  for (unsigned k = 1; k <= 50; ++k) blocked.push_back(k);
-  blocked.push_back(100000);
-  for (unsigned k = 51; k <= 110000; ++k)
-    if (k != 100000) blocked.push_back(k);
-  const std::vector<std::vector<unsigned>> cases = {
-      up, down, gaps, blocked, {5, 5, 3, 5, 0, 4294967295u, 70, 2, 4294967295u, 69, 1}};
+  std::vector<std::vector<unsigned>> cases(4, std::vector<unsigned>{});
+  for (unsigned k = 1; k <= 3000; ++k)
+    cases[0].push_back(k), cases[1].push_back(3001 - k), cases[2].push_back(1000000000u + k * 7);
+  for (unsigned k = 1; k <= 110000; ++k)
+    cases[3].push_back(k == 51 ? 100000 : k == 100000 ? 51 : k);
+  cases.push_back({5, 5, 3, 5, 0, 4294967295u, 70, 2, 4294967295u, 69, 1});
   for (const auto& keys : cases) {
-    SCOPED_TRACE(keys.size());
     std::vector<Record> records;
-    for (unsigned k : keys) records.push_back({k, static_cast<int>(records.size())});
+    for (unsigned k : keys) records.emplace_back(k, static_cast<int>(records.size()));
     KalHashTable keyed(hash, compare, 4, true), plain(hash, compare, 4);
-    for (int round = 0; round < 2; ++round) {  // the second after RemoveAll
+    for (int round = 0; round < 2; ++round, keyed.RemoveAll(), plain.RemoveAll()) {
       for (Record& r : records) ASSERT_EQ(keyed.Insert(&r) + plain.Insert(&r), 0);
       std::vector<unsigned> probes = keys;
-      for (unsigned k : {0u, 1u, 6u, 64u, 65u, 3001u, 99999u, 100001u, 4294967294u})
-        probes.push_back(k);
+      probes.insert(probes.end(), {0u, 6u, 64u, 65u, 3001u, 99999u, 100001u, 4294967294u});
       for (unsigned k : probes) {
         const Record probe{k, -1};
-        ASSERT_EQ(keyed.Locate(&probe), plain.Locate(&probe)) << k;
+        ASSERT_EQ(keyed.Locate(&probe), plain.Locate(&probe)) << keys.size() << ": " << k;
       }
-      keyed.RemoveAll(), plain.RemoveAll();
     }
   }
 }

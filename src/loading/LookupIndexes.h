@@ -163,10 +163,10 @@ class FlatFirst : public IndexState {
     }
   }
 
-  std::vector<uint64_t> _Bits;    // bit n set when the small key n is present
-  std::vector<uint32_t> _Ranks;   // per word of _Bits: the bits set in the words before it
+  std::vector<uint64_t> _Bits;   // bit n set when the small key n is present
+  std::vector<uint32_t> _Ranks;  // per word of _Bits: the bits set in the words before it
   std::vector<KalLightXmlElementItf*> _Small;  // the small keys' elements, in key order
-  std::vector<Pending> _Pending;  // small keys in the order added, until Finish()
+  std::vector<Pending> _Pending;               // small keys in the order added, until Finish()
   std::vector<Slot> _Slots;
   std::vector<Entry> _Entries;
   size_t _Mask = 0;
