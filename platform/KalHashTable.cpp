@@ -64,8 +64,9 @@ int KalHashTable::ApplyGlobalFunct(KalApplyFunction fn) const {
 }
 
 bool KalHashTable::CoverDirect(unsigned int hash) {
-  if (_Direct.empty() && _Entries.empty()) {
-    // Ids mostly come in ascending order: start a little below the first.
+  if (_Direct.empty()) {
+    // Ids mostly come in ascending order: start a little below the first that gets a slot.
+    // Any record inserted before has the hash ~0u, which no run reaches.
     _DirectLow = hash - std::min(hash, 64u);
   }
   if (hash < _DirectLow) return false;

@@ -105,7 +105,7 @@ TEST(KalHashTable, KeyedOnTheHashItAnswersAsThePlainTable) {
     cases[0].push_back(k), cases[1].push_back(3001 - k), cases[2].push_back(1000000000u + k * 7);
   for (unsigned k = 1; k <= 110000; ++k)
     cases[3].push_back(k == 51 ? 100000 : k == 100000 ? 51 : k);
-  cases.push_back({5, 5, 3, 5, 0, 4294967295u, 70, 2, 4294967295u, 69, 1});
+  cases.push_back({4294967295u, 5, 5, 3, 5, 0, 70, 2, 4294967295u, 69, 1});
   for (const auto& keys : cases) {
     std::vector<Record> records;
     for (unsigned k : keys) records.emplace_back(k, static_cast<int>(records.size()));
